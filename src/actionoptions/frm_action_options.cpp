@@ -1,0 +1,10 @@
+#include "actionoptions/frm_action_options.h"
+
+namespace formwiz {
+
+frmActionOptions& frmActionOptions::Instance() {
+  thread_local frmActionOptions instance;
+  return instance;
+}
+
+}  // namespace formwiz

@@ -1,0 +1,320 @@
+#include "formdoc/kelxml.h"
+
+#include <utility>
+
+#include "component/failure.h"
+#include "formdoc/kelxml_node.h"
+
+namespace formwiz {
+namespace detail {
+
+Node::~Node() {
+  // Iterative, so that neither a deep tree nor a long row of siblings can
+  // exhaust the stack: every node that dies with us hands its own children
+  // to the work list first.
+  std::vector<std::shared_ptr<Node>> work;
+  auto release_children = [&work](Node& n) {
+    std::shared_ptr<Node> child = std::move(n.first_child);
+    n.last_child = nullptr;
+    while (child) {
+      child->parent = nullptr;
+      child->prev_sibling = nullptr;
+      std::shared_ptr<Node> next = std::move(child->next_sibling);
+      work.push_back(std::move(child));
+      child = std::move(next);
+    }
+  };
+  release_children(*this);
+  while (!work.empty()) {
+    std::shared_ptr<Node> n = std::move(work.back());
+    work.pop_back();
+    if (n.use_count() == 1) release_children(*n);
+  }
+}
+
+std::shared_ptr<Node>& Node::OwningSlot() {
+  return prev_sibling ? prev_sibling->next_sibling : parent->first_child;
+}
+
+void Node::Link(std::shared_ptr<Node> child, Node* ref) {
+  Node* raw = child.get();
+  raw->parent = this;
+  if (ref == nullptr) {
+    raw->prev_sibling = last_child;
+    std::shared_ptr<Node>& slot =
+        last_child ? last_child->next_sibling : first_child;
+    slot = std::move(child);
+    last_child = raw;
+    return;
+  }
+  std::shared_ptr<Node>& slot = ref->OwningSlot();
+  raw->prev_sibling = ref->prev_sibling;
+  raw->next_sibling = std::move(slot);  // takes over ownership of ref
+  ref->prev_sibling = raw;
+  slot = std::move(child);
+}
+
+void Node::Unlink(const std::shared_ptr<Node>& self) {
+  Node* p = parent;
+  if (p == nullptr) return;
+  std::shared_ptr<Node>& slot = OwningSlot();
+  if (next_sibling) {
+    next_sibling->prev_sibling = prev_sibling;
+  } else {
+    p->last_child = prev_sibling;
+  }
+  // `self` keeps this node alive while the slot lets go of it.
+  slot = std::move(next_sibling);
+  parent = nullptr;
+  prev_sibling = nullptr;
+  (void)self;
+}
+
+Attr* Node::FindAttr(std::string_view attr_name) const {
+  for (const auto& a : attrs) {
+    if (a->name == attr_name) return a.get();
+  }
+  return nullptr;
+}
+
+}  // namespace detail
+
+using detail::Node;
+
+namespace {
+
+bool IsAncestorOrSelf(const Node* candidate, const Node* node) {
+  for (const Node* n = node; n != nullptr; n = n->parent) {
+    if (n == candidate) return true;
+  }
+  return false;
+}
+
+std::shared_ptr<Node> CopyOne(const Node& source) {
+  auto copy = std::make_shared<Node>(source.type);
+  copy->name = source.name;
+  copy->data = source.data;
+  copy->explicit_end_tag = source.explicit_end_tag;
+  copy->no_end_tag = source.no_end_tag;
+  copy->attrs.reserve(source.attrs.size());
+  for (const auto& a : source.attrs) {
+    copy->attrs.push_back(std::make_shared<detail::Attr>(*a));
+  }
+  return copy;
+}
+
+}  // namespace
+
+Node& KelXmlNode::Get() const {
+  if (!node_) Raise(err::kObjectNotSet);
+  return *node_;
+}
+
+KelXmlNode KelXmlNode::CloneNode(bool deep) const {
+  const Node& source = Get();
+  std::shared_ptr<Node> root = CopyOne(source);
+  if (!deep) return KelXmlNode(root);
+  // Pairs of (source, copy) whose children still have to be copied.
+  std::vector<std::pair<const Node*, Node*>> work{{&source, root.get()}};
+  while (!work.empty()) {
+    auto [from, to] = work.back();
+    work.pop_back();
+    for (const Node* c = from->first_child.get(); c; c = c->next_sibling.get()) {
+      Node* copy = to->Append(CopyOne(*c));
+      work.emplace_back(c, copy);
+    }
+  }
+  return KelXmlNode(root);
+}
+
+void KelXmlNode::InsertBefore(const KelXmlNode& new_child,
+                              const KelXmlNode& ref_child) const {
+  Node& self = Get();
+  Node& child = new_child.Get();
+  if (self.type != kElementNode && self.type != kDocumentNode) {
+    Raise(err::kInvalidArgument);  // only elements and documents have children
+  }
+  if (child.type == kDocumentNode || IsAncestorOrSelf(&child, &self)) {
+    Raise(err::kInvalidArgument);  // would make a cycle
+  }
+  Node* ref = ref_child.node_.get();
+  if (ref != nullptr && ref->parent != &self) Raise(err::kInvalidArgument);
+  if (ref == &child) return;  // already in that very place
+  std::shared_ptr<Node> keep = new_child.node_;
+  child.Unlink(keep);
+  self.Link(std::move(keep), ref);
+}
+
+KelXmlNode KelXmlNode::RemoveChild(const KelXmlNode& child) const {
+  Node& self = Get();
+  Node& c = child.Get();
+  if (c.parent != &self) Raise(err::kInvalidArgument);
+  c.Unlink(child.node_);
+  return child;
+}
+
+KelXmlNode KelXmlNode::FirstChild() const {
+  return KelXmlNode(Get().first_child);
+}
+
+KelXmlNode KelXmlNode::NextSibling() const {
+  return KelXmlNode(Get().next_sibling);
+}
+
+KelXmlNode KelXmlNode::ParentNode() const {
+  Node* p = Get().parent;
+  // A parent is alive while it has us as a child: someone holds it.
+  return p ? KelXmlNode(p->shared_from_this()) : KelXmlNode();
+}
+
+std::string KelXmlNode::TagName() const {
+  const Node& n = Get();
+  switch (n.type) {
+    case kElementNode:
+    case kProcessingInstructionNode:
+      return n.name;
+    case kTextNode:
+      return "#text";
+    case kCommentNode:
+      return "#comment";
+    case kDocumentNode:
+      return "#document";
+  }
+  return {};
+}
+
+int32_t KelXmlNode::NodeType() const { return Get().type; }
+
+KelXmlAttributeList KelXmlNode::Attributes() const {
+  if (Get().type != kElementNode) return {};
+  return KelXmlAttributeList(node_);
+}
+
+std::string KelXmlNode::Xml() const { return detail::WriteXml(Get()); }
+
+std::string KelXmlNode::Text() const {
+  const Node& self = Get();
+  if (self.type != kElementNode && self.type != kDocumentNode) return self.data;
+  std::string text;
+  detail::Walk(
+      self,
+      [&text](const Node& n) {
+        if (n.type == kTextNode) text += n.data;
+      },
+      [](const Node&) {});
+  return text;
+}
+
+std::string KelXmlNode::GetAttribute(std::string_view name) const {
+  const detail::Attr* a = Get().FindAttr(name);
+  return a ? a->value : std::string();
+}
+
+KelXmlAttribute KelXmlNode::GetAttributeNode(std::string_view name) const {
+  for (const auto& a : Get().attrs) {
+    if (a->name == name) return KelXmlAttribute(a);
+  }
+  return {};
+}
+
+void KelXmlNode::RemoveAttribute(std::string_view name) const {
+  auto& attrs = Get().attrs;
+  for (auto it = attrs.begin(); it != attrs.end(); ++it) {
+    if ((*it)->name == name) {
+      attrs.erase(it);
+      return;
+    }
+  }
+}
+
+void KelXmlNode::SetAttribute(std::string_view name,
+                              std::string_view value) const {
+  Node& n = Get();
+  if (n.type != kElementNode) Raise(err::kInvalidArgument);
+  if (detail::Attr* a = n.FindAttr(name)) {
+    a->value = value;
+    return;
+  }
+  n.attrs.push_back(std::make_shared<detail::Attr>(
+      detail::Attr{std::string(name), std::string(value)}));
+}
+
+KelXmlNodeList KelXmlNode::GetElementsByTagName(std::string_view tag) const {
+  const Node& self = Get();
+  KelXmlNodeList list;
+  detail::Walk(
+      self,
+      [&](const Node& n) {
+        if (&n != &self && n.type == kElementNode && n.name == tag) {
+          list.nodes_.push_back(const_cast<Node&>(n).shared_from_this());
+        }
+      },
+      [](const Node&) {});
+  return list;
+}
+
+KelXmlElement::KelXmlElement(const KelXmlNode& node) : KelXmlNode(node) {
+  if (node_ && node_->type != kElementNode) Raise(err::kTypeMismatch);
+}
+
+KelXmlElement KelXmlElement::AppendNewElement(std::string_view tag) const {
+  Node& self = Get();
+  auto child = std::make_shared<Node>(kElementNode);
+  child->name = tag;
+  KelXmlElement handle;
+  handle.node_ = child;
+  self.Link(std::move(child), nullptr);
+  return handle;
+}
+
+void KelXmlElement::SetExplicitEndTag(bool flag) const {
+  Get().explicit_end_tag = flag;
+}
+
+void KelXmlElement::SetNoEndTag(bool flag) const { Get().no_end_tag = flag; }
+
+KelXmlText::KelXmlText(const KelXmlNode& node) : KelXmlNode(node) {
+  if (node_ && node_->type != kTextNode) Raise(err::kTypeMismatch);
+}
+
+std::string KelXmlText::Data() const { return Get().data; }
+
+void KelXmlText::SetData(std::string_view data) const { Get().data = data; }
+
+std::string KelXmlAttribute::Name() const {
+  if (!attr_) Raise(err::kObjectNotSet);
+  return attr_->name;
+}
+
+std::string KelXmlAttribute::Value() const {
+  if (!attr_) Raise(err::kObjectNotSet);
+  return attr_->value;
+}
+
+void KelXmlAttribute::SetValue(std::string_view value) const {
+  if (!attr_) Raise(err::kObjectNotSet);
+  attr_->value = value;
+}
+
+int32_t KelXmlAttributeList::Count() const {
+  if (!element_) Raise(err::kObjectNotSet);
+  return static_cast<int32_t>(element_->attrs.size());
+}
+
+KelXmlAttribute KelXmlAttributeList::Item(int32_t index) const {
+  if (!element_) Raise(err::kObjectNotSet);
+  if (index < 0 || index >= Count()) return {};
+  return KelXmlAttribute(element_->attrs[static_cast<size_t>(index)]);
+}
+
+KelXmlNode KelXmlNodeList::Item(int32_t index) const {
+  if (index < 0 || index >= Count()) return {};
+  return KelXmlNode(nodes_[static_cast<size_t>(index)]);
+}
+
+KelXmlDocument::KelXmlDocument()
+    : root_(std::make_shared<Node>(kDocumentNode)) {}
+
+KelXmlNode KelXmlDocument::Root() const { return KelXmlNode(root_); }
+
+}  // namespace formwiz

@@ -1,0 +1,203 @@
+// The form definition tree: a small XML node tree with shared ownership,
+// filled by expat and written by our own serialiser.
+//
+// Handles are pointer-sized values passed by value; a default handle is null.
+// Every operation on a null handle raises Failure 91. A node taken out of the
+// tree with RemoveChild stays valid with its whole subtree for as long as a
+// handle holds it, and can be inserted anywhere again. Attributes keep their
+// order. Text nodes are real siblings and are never merged by an edit.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace formwiz {
+
+namespace detail {
+struct Node;
+struct Attr;
+}  // namespace detail
+
+class KelXmlAttribute;
+class KelXmlAttributeList;
+class KelXmlNodeList;
+
+// Values of NodeType.
+enum KelXmlNodeType : int32_t {
+  kElementNode = 1,
+  kTextNode = 3,
+  kProcessingInstructionNode = 7,
+  kCommentNode = 8,
+  kDocumentNode = 9,
+};
+
+// Any node of the tree.
+class KelXmlNode {
+ public:
+  KelXmlNode() = default;
+
+  // True for a null handle: "no node".
+  bool IsNull() const { return node_ == nullptr; }
+  explicit operator bool() const { return node_ != nullptr; }
+  // Two handles are equal when they name the same node (or both none).
+  bool operator==(const KelXmlNode& other) const {
+    return node_ == other.node_;
+  }
+
+  // A deep copy (attributes, children, marks), attached nowhere.
+  KelXmlNode CloneNode(bool deep) const;
+  // Makes `new_child` a child in front of `ref_child`; a null `ref_child`
+  // appends. A `new_child` that sits elsewhere is taken from there first.
+  void InsertBefore(const KelXmlNode& new_child,
+                    const KelXmlNode& ref_child) const;
+  // Detaches `child` from this node and gives it back, subtree and all.
+  KelXmlNode RemoveChild(const KelXmlNode& child) const;
+  KelXmlNode FirstChild() const;
+  KelXmlNode NextSibling() const;
+  // The node above; null for a detached node and for a document's root.
+  KelXmlNode ParentNode() const;
+  // An element's name; "#text", "#comment", "#document" or the target of a
+  // processing instruction for the other kinds (none is a vocabulary name,
+  // since none of the vocabulary starts with '#', and a target never is one).
+  std::string TagName() const;
+  int32_t NodeType() const;
+  // All attributes of an element; null for other kinds of node.
+  KelXmlAttributeList Attributes() const;
+  // This node with its tag, attributes and subtree, as text.
+  std::string Xml() const;
+  // The concatenated text of all text nodes below (the node's own for a
+  // text node).
+  std::string Text() const;
+  // The value of an attribute; empty when absent or on a non-element.
+  std::string GetAttribute(std::string_view name) const;
+  // The attribute itself; null when absent.
+  KelXmlAttribute GetAttributeNode(std::string_view name) const;
+  void RemoveAttribute(std::string_view name) const;
+  // Sets the value, appending the attribute when it is new.
+  void SetAttribute(std::string_view name, std::string_view value) const;
+  // The elements below this node with that tag, in document order.
+  KelXmlNodeList GetElementsByTagName(std::string_view tag) const;
+
+ protected:
+  explicit KelXmlNode(std::shared_ptr<detail::Node> node)
+      : node_(std::move(node)) {}
+  // The node, or Failure 91 when the handle is null.
+  detail::Node& Get() const;
+
+  std::shared_ptr<detail::Node> node_;
+
+  friend class KelXmlDocument;
+  friend class KelXmlNodeList;
+  friend struct detail::Node;
+};
+
+// An element node. Taking an element handle of another kind of node is a type
+// mismatch (Failure 13); of a null node, a null element.
+class KelXmlElement : public KelXmlNode {
+ public:
+  KelXmlElement() = default;
+  KelXmlElement(const KelXmlNode& node);  // NOLINT: the tree's own cast
+
+  // Creates an element with that tag as the last child and gives it back.
+  KelXmlElement AppendNewElement(std::string_view tag) const;
+  // Mark: Xml writes an end tag, also with no children.
+  void SetExplicitEndTag(bool flag) const;
+  // Mark: Xml writes the start tag alone, the way HTML writes `input`.
+  void SetNoEndTag(bool flag) const;
+};
+
+// A text node.
+class KelXmlText : public KelXmlNode {
+ public:
+  KelXmlText() = default;
+  KelXmlText(const KelXmlNode& node);  // NOLINT: the tree's own cast
+
+  std::string Data() const;
+  void SetData(std::string_view data) const;
+};
+
+// One attribute of an element.
+class KelXmlAttribute {
+ public:
+  KelXmlAttribute() = default;
+  bool IsNull() const { return attr_ == nullptr; }
+  explicit operator bool() const { return attr_ != nullptr; }
+
+  std::string Name() const;
+  std::string Value() const;
+  void SetValue(std::string_view value) const;
+
+ private:
+  explicit KelXmlAttribute(std::shared_ptr<detail::Attr> attr)
+      : attr_(std::move(attr)) {}
+  std::shared_ptr<detail::Attr> attr_;
+
+  friend class KelXmlNode;
+  friend class KelXmlAttributeList;
+};
+
+// The attributes of one element, by position from 0. Live: it sees later
+// changes of the element.
+class KelXmlAttributeList {
+ public:
+  KelXmlAttributeList() = default;
+  bool IsNull() const { return element_ == nullptr; }
+  explicit operator bool() const { return element_ != nullptr; }
+
+  int32_t Count() const;
+  // The attribute at `index`; null behind the end.
+  KelXmlAttribute Item(int32_t index) const;
+
+ private:
+  explicit KelXmlAttributeList(std::shared_ptr<detail::Node> element)
+      : element_(std::move(element)) {}
+  std::shared_ptr<detail::Node> element_;
+
+  friend class KelXmlNode;
+};
+
+// A list of nodes, taken when it was made.
+class KelXmlNodeList {
+ public:
+  int32_t Count() const { return static_cast<int32_t>(nodes_.size()); }
+  // The node at `index`; null when the list has no such entry.
+  KelXmlNode Item(int32_t index) const;
+
+ private:
+  std::vector<std::shared_ptr<detail::Node>> nodes_;
+
+  friend class KelXmlNode;
+};
+
+// A document: parses a string into a tree below its root.
+class KelXmlDocument {
+ public:
+  // Deepest element nesting LoadXml accepts. Forms nest a handful of levels;
+  // the cap keeps every recursive walk of a parsed tree far from the stack's
+  // end.
+  static constexpr int kMaxDepth = 256;
+
+  KelXmlDocument();
+
+  // Parses the whole string as one well-formed UTF-8 document. Gives false,
+  // and keeps the tree it had, for anything else: malformed text, invalid
+  // UTF-8, a DOCTYPE (refused outright, so no entity is ever expanded), or
+  // elements nested deeper than kMaxDepth.
+  bool LoadXml(std::string_view xml);
+  // The node above the top element; its FirstChild is the top node.
+  KelXmlNode Root() const;
+
+ private:
+  std::shared_ptr<detail::Node> root_;
+};
+
+// Parses `xml` as a document and gives its first element named `tag`, the
+// top one or any below it in document order; null when the text does not
+// parse or holds no such element. The document is dropped, so the element
+// comes back detached, with its whole subtree.
+KelXmlElement FindElementInXml(std::string_view xml, std::string_view tag);
+
+}  // namespace formwiz

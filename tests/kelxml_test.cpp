@@ -1,0 +1,292 @@
+// The tree: parsing, serialising, node moves and the refusals of LoadXml.
+#include "formdoc/kelxml.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "component/failure.h"
+
+namespace formwiz {
+namespace {
+
+KelXmlNode Top(KelXmlDocument& doc, std::string_view xml) {
+  EXPECT_TRUE(doc.LoadXml(xml)) << xml;
+  return doc.Root().FirstChild();
+}
+
+// Compares two subtrees node by node: kind, name, data, attributes in order.
+void ExpectSameTree(const KelXmlNode& a, const KelXmlNode& b) {
+  ASSERT_EQ(a.NodeType(), b.NodeType());
+  ASSERT_EQ(a.TagName(), b.TagName());
+  if (a.NodeType() == kTextNode) {
+    ASSERT_EQ(KelXmlText(a).Data(), KelXmlText(b).Data());
+  }
+  if (a.NodeType() == kElementNode) {
+    const auto la = a.Attributes(), lb = b.Attributes();
+    ASSERT_EQ(la.Count(), lb.Count());
+    for (int i = 0; i < la.Count(); ++i) {
+      ASSERT_EQ(la.Item(i).Name(), lb.Item(i).Name());
+      ASSERT_EQ(la.Item(i).Value(), lb.Item(i).Value());
+    }
+  }
+  KelXmlNode ca = a.FirstChild(), cb = b.FirstChild();
+  for (; ca && cb; ca = ca.NextSibling(), cb = cb.NextSibling()) {
+    ExpectSameTree(ca, cb);
+  }
+  ASSERT_EQ(ca.IsNull(), cb.IsNull()) << "child counts differ";
+}
+
+TEST(KelXmlParse, KeepsNodesAttributeOrderAndText) {
+  KelXmlDocument doc;
+  KelXmlNode top =
+      Top(doc, "<impl z=\"1\" a=\"2\" m=\"3\"> <!--c--><?pi x?>t&amp;<b/></impl>");
+  EXPECT_EQ(top.TagName(), "impl");
+  const auto attrs = top.Attributes();
+  ASSERT_EQ(attrs.Count(), 3);
+  EXPECT_EQ(attrs.Item(0).Name(), "z");
+  EXPECT_EQ(attrs.Item(2).Name(), "m");
+  EXPECT_TRUE(attrs.Item(3).IsNull());
+  KelXmlNode n = top.FirstChild();
+  EXPECT_EQ(n.NodeType(), kTextNode);
+  n = n.NextSibling();
+  EXPECT_EQ(n.NodeType(), kCommentNode);
+  EXPECT_EQ(n.TagName(), "#comment");
+  n = n.NextSibling();
+  EXPECT_EQ(n.NodeType(), kProcessingInstructionNode);
+  n = n.NextSibling();
+  EXPECT_EQ(KelXmlText(n).Data(), "t&");
+  EXPECT_EQ(n.NextSibling().TagName(), "b");
+  EXPECT_TRUE(n.NextSibling().NextSibling().IsNull());
+  EXPECT_EQ(top.ParentNode(), doc.Root());
+  EXPECT_EQ(doc.Root().NodeType(), kDocumentNode);
+}
+
+TEST(KelXmlParse, CommentBeforeTopElementIsTheFirstNode) {
+  KelXmlDocument doc;
+  EXPECT_EQ(Top(doc, "<?xml version=\"1.0\"?><!-- x --><impl/>").NodeType(),
+            kCommentNode);
+}
+
+TEST(KelXmlParse, RefusesWithoutLosingTheTreeItHad) {
+  std::string deep;
+  for (int i = 0; i <= KelXmlDocument::kMaxDepth; ++i) deep += "<a>";
+  for (int i = 0; i <= KelXmlDocument::kMaxDepth; ++i) deep += "</a>";
+  std::string at_limit;
+  for (int i = 0; i < KelXmlDocument::kMaxDepth; ++i) at_limit += "<a>";
+  for (int i = 0; i < KelXmlDocument::kMaxDepth; ++i) at_limit += "</a>";
+
+  const struct {
+    const char* what;
+    std::string xml;
+  } refused[] = {
+      {"empty", ""},
+      {"one character", "x"},
+      {"two top elements", "<a/><b/>"},
+      {"unclosed", "<impl><form></impl>"},
+      {"text only", "just text"},
+      {"doctype", "<!DOCTYPE impl><impl/>"},
+      {"billion laughs",
+       "<!DOCTYPE l [<!ENTITY a \"aaaa\"><!ENTITY b \"&a;&a;&a;\">]><l>&b;</l>"},
+      {"external entity",
+       "<!DOCTYPE l [<!ENTITY e SYSTEM \"/etc/passwd\">]><l>&e;</l>"},
+      {"undeclared entity", "<l>&nope;</l>"},
+      {"invalid utf-8", "<a>\xC3\x28</a>"},
+      {"overlong utf-8", "<a>\xC0\xAF</a>"},
+      {"lone surrogate", "<a>\xED\xA0\x80</a>"},
+      {"control character", "<a>\x01</a>"},
+      {"nul inside", std::string("<a>\0</a>", 8)},
+      {"too deep", deep},
+  };
+  for (const auto& c : refused) {
+    KelXmlDocument doc;
+    ASSERT_TRUE(doc.LoadXml("<kept/>"));
+    EXPECT_FALSE(doc.LoadXml(c.xml)) << c.what;
+    EXPECT_EQ(doc.Root().FirstChild().TagName(), "kept") << c.what;
+  }
+  KelXmlDocument doc;
+  EXPECT_TRUE(doc.LoadXml(at_limit));
+  // A declared encoding does not change how the bytes are read.
+  EXPECT_TRUE(doc.LoadXml(
+      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>\xC3\xA9</a>"));
+  EXPECT_EQ(doc.Root().FirstChild().Text(), "\xC3\xA9");
+}
+
+TEST(KelXmlWrite, EscapesAndWritesMarksHtmlStyle) {
+  KelXmlDocument doc;
+  KelXmlElement form = Top(doc, "<form><p/></form>");
+  KelXmlElement input = form.AppendNewElement("input");
+  input.SetAttribute("value", "a\"<b>&\t\n\r'");
+  input.SetNoEndTag(true);
+  KelXmlElement area = form.AppendNewElement("textarea");
+  area.SetExplicitEndTag(true);
+  KelXmlElement td = form.AppendNewElement("td");
+  td.InsertBefore(doc.Root().FirstChild().FirstChild().CloneNode(true), {});
+  KelXmlElement text_holder = form.AppendNewElement("b");
+  KelXmlDocument t;
+  ASSERT_TRUE(t.LoadXml("<x>y</x>"));
+  KelXmlText text = t.Root().FirstChild().FirstChild();
+  text.SetData("<script>&]]>\r\x01\xFF");
+  text_holder.InsertBefore(text, {});
+  EXPECT_EQ(form.Xml(),
+            "<form><p></p><input value=\"a&quot;&lt;b>&amp;&#9;&#10;&#13;'\">"
+            "<textarea></textarea><td><p></p></td>"
+            "<b>&lt;script&gt;&amp;]]&gt;&#13;\xEF\xBF\xBD\xEF\xBF\xBD</b>"
+            "</form>");
+  // Whatever the values hold, the output parses again.
+  KelXmlDocument again;
+  input.SetNoEndTag(false);
+  EXPECT_TRUE(again.LoadXml(form.Xml()));
+}
+
+TEST(KelXmlEdit, RemovedNodeKeepsItsSubtreeAndMovesAnywhere) {
+  KelXmlDocument doc;
+  KelXmlNode top = Top(doc, "<r><a k=\"v\"><b>x</b></a><c/>t</r>");
+  KelXmlNode a = top.FirstChild();
+  KelXmlNode c = a.NextSibling();
+  EXPECT_EQ(top.RemoveChild(a), a);
+  EXPECT_TRUE(a.ParentNode().IsNull());
+  EXPECT_TRUE(a.NextSibling().IsNull());
+  EXPECT_EQ(top.Xml(), "<r><c></c>t</r>");
+  c.ParentNode().InsertBefore(a, c.NextSibling());  // between c and "t"
+  EXPECT_EQ(top.Xml(), "<r><c></c><a k=\"v\"><b>x</b></a>t</r>");
+  top.InsertBefore(a, {});  // moved from its place to the end
+  EXPECT_EQ(top.Xml(), "<r><c></c>t<a k=\"v\"><b>x</b></a></r>");
+  // Text inserted next to text stays a node of its own.
+  KelXmlNode t2 = c.NextSibling().CloneNode(true);
+  top.InsertBefore(t2, c.NextSibling());
+  int texts = 0;
+  for (KelXmlNode n = top.FirstChild(); n; n = n.NextSibling()) {
+    texts += n.NodeType() == kTextNode;
+  }
+  EXPECT_EQ(texts, 2);
+  // A node held after its whole tree has gone stays whole, detached.
+  KelXmlNode b = a.FirstChild();
+  { KelXmlDocument gone = std::move(doc); }
+  doc = KelXmlDocument();
+  EXPECT_EQ(b.Xml(), "<b>x</b>");
+  EXPECT_EQ(b.ParentNode(), a);
+}
+
+TEST(KelXmlEdit, MisuseRaisesTheRuntimeFailures) {
+  KelXmlDocument doc;
+  KelXmlNode top = Top(doc, "<r><a/>text</r>");
+  KelXmlNode a = top.FirstChild();
+  KelXmlNode text = a.NextSibling();
+  const struct {
+    const char* what;
+    std::function<void()> call;
+    int32_t number;
+  } cases[] = {
+      {"null handle", [] { KelXmlNode().FirstChild(); }, err::kObjectNotSet},
+      {"null new child", [&] { top.InsertBefore({}, {}); }, err::kObjectNotSet},
+      {"ref of another parent", [&] { a.InsertBefore(text, top); },
+       err::kInvalidArgument},
+      {"cycle", [&] { a.InsertBefore(top, {}); }, err::kInvalidArgument},
+      {"into itself", [&] { a.InsertBefore(a, {}); }, err::kInvalidArgument},
+      {"not a child", [&] { a.RemoveChild(text); }, err::kInvalidArgument},
+      {"child of text", [&] { text.InsertBefore(a.CloneNode(true), {}); },
+       err::kInvalidArgument},
+      {"element of text", [&] { KelXmlElement e = text; }, err::kTypeMismatch},
+      {"text of element", [&] { KelXmlText t = a; }, err::kTypeMismatch},
+      {"null attribute", [] { KelXmlAttribute().Value(); },
+       err::kObjectNotSet},
+  };
+  for (const auto& c : cases) {
+    auto failure = Catch(c.call);
+    ASSERT_TRUE(failure) << c.what;
+    EXPECT_EQ(failure->number, c.number) << c.what;
+  }
+  EXPECT_EQ(top.Xml(), "<r><a></a>text</r>");  // nothing moved
+  // Absent things read as empty or null, never as failures.
+  EXPECT_EQ(a.GetAttribute("nope"), "");
+  EXPECT_TRUE(a.GetAttributeNode("nope").IsNull());
+  EXPECT_TRUE(text.Attributes().IsNull());
+  EXPECT_TRUE(top.GetElementsByTagName("zz").Item(0).IsNull());
+  a.SetAttribute("e", "");
+  EXPECT_FALSE(a.GetAttributeNode("e").IsNull());
+  a.RemoveAttribute("e");
+  EXPECT_TRUE(a.GetAttributeNode("e").IsNull());
+}
+
+TEST(KelXmlEdit, ElementsByTagNameAndTextInDocumentOrder) {
+  KelXmlDocument doc;
+  KelXmlNode top = Top(doc, "<i><d>1<d>2</d></d><x><d>3</d></x>4</i>");
+  auto list = top.GetElementsByTagName("d");
+  ASSERT_EQ(list.Count(), 3);
+  EXPECT_EQ(list.Item(0).Text(), "12");
+  EXPECT_EQ(list.Item(2).Text(), "3");
+  EXPECT_EQ(top.Text(), "1234");
+}
+
+TEST(KelXmlEdit, LongSiblingRowsAndDeepChainsDieWithoutRecursion) {
+  KelXmlDocument doc;
+  KelXmlElement top = Top(doc, "<r/>");
+  for (int i = 0; i < 50000; ++i) top.AppendNewElement("s");
+  KelXmlElement deep = top;
+  for (int i = 0; i < 50000; ++i) deep = deep.AppendNewElement("d");
+  EXPECT_EQ(top.GetElementsByTagName("d").Count(), 50000);
+  EXPECT_FALSE(top.CloneNode(true).Xml().empty());
+}
+
+// Property: the output of Xml parses back to the same tree, for random trees
+// of names, text with markup characters, non-ASCII text and empty elements.
+TEST(KelXmlRoundTrip, XmlParsesBackToTheSameTree) {
+  std::mt19937 rng(20261122);
+  const char* names[] = {"impl", "form", "section", "td", "x-y", "a.b", "\xC3\xA9t"};
+  const char* texts[] = {"&", "<", ">", "\"", "'", "]]>", " ", "\t", "\n",
+                         "\r\n", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "abc",
+                         "[fieldname]", "&amp;"};
+  auto pick = [&rng](auto& array) {
+    return array[rng() % std::size(array)];
+  };
+  auto random_text = [&] {
+    std::string s;
+    for (int i = 1 + rng() % 5; i > 0; --i) s += pick(texts);
+    return s;
+  };
+  for (int round = 0; round < 300; ++round) {
+    KelXmlDocument doc;
+    ASSERT_TRUE(doc.LoadXml("<impl/>"));
+    KelXmlElement top = doc.Root().FirstChild();
+    std::vector<KelXmlElement> elements{top};
+    for (int i = rng() % 40; i > 0; --i) {
+      KelXmlElement parent = elements[rng() % elements.size()];
+      KelXmlNode last;
+      for (KelXmlNode n = parent.FirstChild(); n; n = n.NextSibling()) last = n;
+      if (rng() % 3 == 0 && (!last || last.NodeType() != kTextNode)) {
+        KelXmlDocument t;
+        ASSERT_TRUE(t.LoadXml("<t>x</t>"));
+        KelXmlText text = t.Root().FirstChild().FirstChild();
+        text.SetData(random_text());
+        parent.InsertBefore(text, {});
+      } else {
+        KelXmlElement e = parent.AppendNewElement(pick(names));
+        for (int k = rng() % 3; k > 0; --k) {
+          e.SetAttribute(std::string("a") + std::to_string(rng() % 4),
+                         rng() % 4 ? random_text() : "");
+        }
+        elements.push_back(e);
+      }
+    }
+    KelXmlDocument again;
+    ASSERT_TRUE(again.LoadXml(top.Xml())) << top.Xml();
+    ExpectSameTree(top, again.Root().FirstChild());
+    ASSERT_EQ(again.Root().FirstChild().Xml(), top.Xml());
+  }
+}
+
+TEST(KelXmlFind, FindsTopOrNestedElementDetached) {
+  KelXmlElement impl = FindElementInXml(
+      "<orb><meta/><impl><form/></impl><impl/></orb>", "impl");
+  ASSERT_FALSE(impl.IsNull());
+  EXPECT_EQ(impl.Xml(), "<impl><form></form></impl>");
+  EXPECT_TRUE(impl.ParentNode().IsNull());
+  EXPECT_FALSE(FindElementInXml("<impl/>", "impl").IsNull());
+  EXPECT_TRUE(FindElementInXml("<orb/>", "impl").IsNull());
+  EXPECT_TRUE(FindElementInXml("<impl>", "impl").IsNull());
+}
+
+}  // namespace
+}  // namespace formwiz
