@@ -5,7 +5,9 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
 
 #include "component/host_roles.h"
 #include "formdoc/kelxml.h"
@@ -18,6 +20,21 @@ enum FormWizResult : int32_t {
   kResultFinished = 1,   // finished, or accepted
   kResultCancelled = 2,  // nothing to commit
 };
+
+// The last `form` child of `impl`, walking all children; null when there is
+// none. With `placeholder_src`, the `src` of the last `placeholder` child goes
+// there; a definition without one leaves it as it was.
+KelXmlElement LastFormChild(const KelXmlNode& impl,
+                            std::string* placeholder_src);
+
+// The uitype by which OnCommand decides: the attribute, or "orb" when it is
+// empty and the form has no `action` attribute. Only the local copy changes.
+std::string EffectiveUiType(const KelXmlNode& form);
+
+// Whether OnCommand runs the wizard for that uitype.
+inline bool WizardRunsFor(std::string_view uitype) {
+  return uitype == "orb" || uitype == "sectioned";
+}
 
 class clsFormWiz : public HostObject {
  public:
@@ -40,18 +57,38 @@ class clsFormWiz : public HostObject {
               const HostObjectPtr& docObj, int32_t hwnd);
 
  private:
-  // What the call leads to once the decision is made.
+  friend class clsFormWizTestPeer;
+
+  // OnOpen from the guard on: read, parse, decide, run.
+  void OpenStoredObject(const std::shared_ptr<HtmlObject>& HTMLobj);
+
+  // What each call leads to once the decision is made: the dialog, then what
+  // its outcome commits.
   void RunOnCommand(const std::shared_ptr<TextSelection>& selection,
                     const KelXmlElement& form, const std::string& uitype);
   void RunStoredForm(const std::shared_ptr<HtmlObject>& HTMLobj,
                      const KelXmlElement& form);
-  void RunStoredDefinition(const std::shared_ptr<HtmlObject>& HTMLobj);
+  void RunStoredDefinition(const std::shared_ptr<HtmlObject>& HTMLobj,
+                           const KelXmlElement& impl);
+
+  // After the wizard of OnCommand: a finished "orb" is placed in the page.
+  void CommitOnCommand(const std::shared_ptr<TextSelection>& selection,
+                       const KelXmlElement& form, const std::string& uitype);
+  // After the wizard on a stored definition: a finished one is rewritten.
+  void CommitStoredDefinition(const std::shared_ptr<HtmlObject>& HTMLobj,
+                              const KelXmlElement& form);
+  // After changed options on a stored form: the form is written back as
+  // both the stored data and the HTML.
+  void RewriteStoredForm(const std::shared_ptr<HtmlObject>& HTMLobj,
+                         const KelXmlElement& form);
 
   // The commits.
   void RewriteExistingObject(const std::shared_ptr<HtmlObject>& HTMLobj,
                              const KelXmlElement& node);
   void InsertNewObject(const std::shared_ptr<TextSelection>& selection,
                        const KelXmlElement& node);
+  // The name of the placeholder picture file.
+  std::string PlaceholderFileName() const;
 
   int16_t mvarFormIndex = 0;
   KelXmlElement mvarImpl;

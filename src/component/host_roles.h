@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "component/failure.h"
 #include "formdoc/kelxml.h"
 
 namespace formwiz {
@@ -23,13 +24,31 @@ class HostObject {
 };
 using HostObjectPtr = std::shared_ptr<HostObject>;
 
+// The object behind `object`. Calling through an unset reference is the
+// runtime's Failure 91, whichever host call it was.
+template <typename T>
+T& Deref(const std::shared_ptr<T>& object) {
+  if (!object) Raise(err::kObjectNotSet);
+  return *object;
+}
+
+// `object` as the role `Role`: null stays null, an object of another kind is
+// a type mismatch (Failure 13), as binding it to a typed reference is.
+template <typename Role>
+std::shared_ptr<Role> AsRole(const HostObjectPtr& object) {
+  if (!object) return nullptr;
+  auto role = std::dynamic_pointer_cast<Role>(object);
+  if (!role) Raise(err::kTypeMismatch);
+  return role;
+}
+
 // A value of a host property that may hold anything, as HTMLData may.
 struct Variant {
   enum class Kind { kEmpty, kNull, kString, kNumber, kObject };
   Kind kind = Kind::kEmpty;
-  std::string text;     // kString
-  double number = 0;    // kNumber
-  HostObjectPtr object; // kObject
+  std::string text;      // kString
+  double number = 0;     // kNumber
+  HostObjectPtr object;  // kObject
 
   static Variant String(std::string s) {
     return {Kind::kString, std::move(s), 0, nullptr};
@@ -39,8 +58,9 @@ struct Variant {
   static Variant Object(HostObjectPtr o) {
     return {Kind::kObject, {}, 0, std::move(o)};
   }
-  // The value as a string, the way the runtime converts it; empty, null and
-  // object values give nothing (false).
+  // The value as a string, the way the runtime converts it: a number with at
+  // most 15 significant digits, "3", "1.5", "1E+15", "1E-05". Empty, null
+  // and object values have no text: false, and `out` is left alone.
   bool ToText(std::string& out) const;
 };
 

@@ -119,7 +119,8 @@ KelXmlNode KelXmlNode::CloneNode(bool deep) const {
   while (!work.empty()) {
     auto [from, to] = work.back();
     work.pop_back();
-    for (const Node* c = from->first_child.get(); c; c = c->next_sibling.get()) {
+    for (const Node* c = from->first_child.get(); c;
+         c = c->next_sibling.get()) {
       Node* copy = to->Append(CopyOne(*c));
       work.emplace_back(c, copy);
     }
@@ -171,8 +172,9 @@ std::string KelXmlNode::TagName() const {
   const Node& n = Get();
   switch (n.type) {
     case kElementNode:
-    case kProcessingInstructionNode:
       return n.name;
+    case kProcessingInstructionNode:
+      return "#processing-instruction";
     case kTextNode:
       return "#text";
     case kCommentNode:

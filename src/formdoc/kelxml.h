@@ -59,9 +59,9 @@ class KelXmlNode {
   KelXmlNode NextSibling() const;
   // The node above; null for a detached node and for a document's root.
   KelXmlNode ParentNode() const;
-  // An element's name; "#text", "#comment", "#document" or the target of a
-  // processing instruction for the other kinds (none is a vocabulary name,
-  // since none of the vocabulary starts with '#', and a target never is one).
+  // An element's name; "#text", "#comment", "#processing-instruction" or
+  // "#document" for the other kinds, so that no other kind of node can pass
+  // for an element of the vocabulary.
   std::string TagName() const;
   int32_t NodeType() const;
   // All attributes of an element; null for other kinds of node.

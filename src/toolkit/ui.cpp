@@ -2,6 +2,8 @@
 
 #include <iostream>
 
+#include "toolkit/form.h"
+
 namespace formwiz {
 namespace {
 
@@ -13,6 +15,8 @@ Ui& FallbackUi() {
 }
 
 }  // namespace
+
+void Ui::RunModal(tk::Form& form, tk::Form*) { form.CloseFromFrame(); }
 
 Ui& CurrentUi() { return current_ui ? *current_ui : FallbackUi(); }
 

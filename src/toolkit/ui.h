@@ -2,11 +2,16 @@
 // things to a person. One Ui is current per thread.
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace formwiz {
+
+namespace tk {
+class Form;
+}
 
 class Ui {
  public:
@@ -14,6 +19,10 @@ class Ui {
   // Shows a message box with an OK button and no icon; returns when the
   // person has pressed OK.
   virtual void MsgBox(std::string_view text, std::string_view title) = 0;
+  // Runs `form`, already loaded and marked shown, modally over `owner` (may
+  // be null) until it is hidden or unloaded. Shows nest. Without a person to
+  // ask, the default closes the dialog through its frame at once.
+  virtual void RunModal(tk::Form& form, tk::Form* owner);
 };
 
 // The Ui of this thread. Without one set, message boxes go to standard error,
@@ -50,6 +59,10 @@ class RecordingUi : public Ui {
     std::string title;
     std::string text;
     bool operator==(const Box&) const = default;
+    // Readable in test failures.
+    friend void PrintTo(const Box& box, std::ostream* os) {
+      *os << box.title << ": " << box.text;
+    }
   };
   void MsgBox(std::string_view text, std::string_view title) override {
     boxes.push_back({std::string(title), std::string(text)});

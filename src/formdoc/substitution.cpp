@@ -1,0 +1,94 @@
+// Placeholder substitution: fills a field's values into every text node and
+// attribute value of its fragment.
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "component/failure.h"
+#include "component/utils.h"
+#include "formdoc/form_doc.h"
+
+namespace formwiz {
+namespace {
+
+void SubstituteInElement(const KelXmlNode& element, const PairList& pairs) {
+  // Each child traps for itself, so a failure deep down costs that one node
+  // and the rest of the fragment is still filled.
+  for (KelXmlNode child = element.FirstChild(); child;
+       child = child.NextSibling()) {
+    SubstituteInTree(child, pairs);
+  }
+  // Children before attributes. Every value is written back, changed or not.
+  const KelXmlAttributeList attributes = element.Attributes();
+  if (!attributes) return;
+  const int32_t count = attributes.Count();
+  for (int32_t i = 0; i < count; ++i) {
+    const KelXmlAttribute attribute = attributes.Item(i);
+    std::string value = attribute.Value();
+    ApplySubstitutions(value, pairs);
+    attribute.SetValue(value);
+  }
+}
+
+void SubstituteInText(const KelXmlText& text, const PairList& pairs) {
+  std::string data = text.Data();
+  if (data.empty()) return;
+  ApplySubstitutions(data, pairs);
+  text.SetData(data);
+}
+
+}  // namespace
+
+void SubstituteInTree(const KelXmlNode& node, const PairList& pairs) {
+  // The recursion follows the nesting, which LoadXml caps at
+  // KelXmlDocument::kMaxDepth, so a parsed fragment cannot exhaust the stack.
+  Trapped(code::kSubstitute, [&] {
+    switch (node.NodeType()) {
+      case kElementNode:
+        SubstituteInElement(node, pairs);
+        break;
+      case kTextNode:
+        SubstituteInText(node, pairs);
+        break;
+      default:
+        // Comments and processing instructions keep their placeholders.
+        break;
+    }
+  });
+}
+
+void ApplySubstitutions(std::string& text, const PairList& pairs) {
+  // The pairs run one after another over the whole text, so what one pair
+  // inserts is seen by the pairs behind it. An empty placeholder ends the
+  // list; so does the end of the vector, should a list lack its marker.
+  for (size_t i = 0; i < pairs.size() && !pairs[i].empty(); i += 2) {
+    // A placeholder without its value is a broken list; reading past its end
+    // is a subscript out of range, reported by the node's trap.
+    if (i + 1 >= pairs.size()) Raise(err::kSubscriptOutOfRange);
+    ReplaceAll(text, pairs[i], pairs[i + 1]);
+  }
+}
+
+void ReplaceAll(std::string& text, std::string_view find,
+                std::string_view replacement) {
+  // An empty `find` would match everywhere and never move on; there is
+  // nothing sensible to replace, so the text stays as it is.
+  if (find.empty()) return;
+  // Searching on behind the inserted text of the rewritten string is the
+  // same as searching on behind `find` in the original, so the result is
+  // built in one pass instead of rewriting the text at every hit.
+  std::string result;
+  size_t from = 0;
+  for (size_t hit = text.find(find); hit != std::string::npos;
+       hit = text.find(find, from)) {
+    result.append(text, from, hit - from);
+    result.append(replacement);
+    from = hit + find.size();
+  }
+  if (from == 0) return;  // No hit: the text is untouched.
+  result.append(text, from, std::string::npos);
+  text = std::move(result);
+}
+
+}  // namespace formwiz
