@@ -2,7 +2,11 @@
 // reports and the Result each way leaves.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "component_test_support.h"
+#include "toolkit/input.h"
+#include "wizard/frm_wizard.h"
 
 namespace formwiz {
 namespace {
@@ -130,7 +134,9 @@ TEST_F(OnOpenTest, StoredDataDecidesWhatFollows) {
       {Variant::String("ab"), {report104}, 0},
       {Variant::Number(12), {report104}, 0},
       {Variant::String("<form/>"), {}, 0},
-      {Variant::String("<impl><form/></impl>"), {}, 2},
+      // The wizard runs; closed through its frame on a first run, it
+      // leaves 0 over the 2 set before it.
+      {Variant::String("<impl><form/></impl>"), {}, 0},
       {Variant::String("<!--x--><impl/>"), {}, 0},
       {Variant::String("<?impl x?><impl/>"), {}, 0},
       {Variant::String("<Impl/>"), {}, 0},
@@ -182,6 +188,102 @@ TEST_F(OnOpenTest, DoesNothingWhileTheGuardIsUpOnAnyObject) {
   EXPECT_TRUE(ui.boxes.empty());
   EXPECT_EQ(other.Result(), kResultFinished);
   EXPECT_TRUE(page->calls.empty()) << "not even HTMLData is read";
+}
+
+// Plays the person with `act` at each modal show; a dialog still on show
+// afterwards is closed through its frame.
+class ActingUi : public RecordingUi {
+ public:
+  void RunModal(tk::Form& form, tk::Form*) override {
+    if (act) act(form);
+    if (form.Shown()) form.CloseFromFrame();
+  }
+  std::function<void(tk::Form&)> act;
+};
+
+class RunTest : public ComponentTest {
+ protected:
+  RunTest() = default;
+  ~RunTest() override {
+    frmWizard::Instance().Unload();
+    frmActionOptions::Instance().Unload();
+  }
+  std::shared_ptr<host::PageObject> Stored(const std::string& data) {
+    auto object = page->AddObject();
+    object->html_data = Variant::String(data);
+    return object;
+  }
+  ActingUi acting;
+  ScopedUi scoped_acting{acting};
+  clsFormWiz wiz;
+};
+
+const Failure kRunFailure{5, "Invalid procedure call or argument"};
+const std::string kRunFailureText = "\r\n5: Invalid procedure call or argument";
+
+TEST_F(RunTest, AFailureInTheRunOfOnCommandStillUnloadsTheWizard) {
+  acting.act = [](tk::Form&) { Raise(kRunFailure); };
+  wiz.SetImpl(FindElementInXml("<impl><form/></impl>", "impl"));
+  wiz.OnCommand(page, 0, "");
+  EXPECT_EQ(acting.boxes.size(), 1u);
+  EXPECT_EQ(acting.boxes.at(0).text, InternalError("102" + kRunFailureText));
+  EXPECT_FALSE(frmWizard::Instance().Loaded());
+  EXPECT_FALSE(frmActionOptions::Instance().Loaded()) << "its Form_Unload";
+  EXPECT_EQ(wiz.Result(), kResultCancelled) << "failed before it returned";
+}
+
+TEST_F(RunTest, AFailureInARunOfOnOpenLeavesItsDialogLoaded) {
+  acting.act = [](tk::Form&) { Raise(kRunFailure); };
+  auto form = Stored("<form><input type='hidden' name='qln_EmailTo'/></form>");
+  wiz.OnOpen(form, page, 0);
+  EXPECT_TRUE(frmActionOptions::Instance().Loaded());
+  EXPECT_FALSE(form->html_source);
+
+  frmActionOptions::Instance().Unload();
+  wiz.OnOpen(Stored("<impl><form/></impl>"), page, 0);
+  EXPECT_TRUE(frmWizard::Instance().Loaded());
+  EXPECT_FALSE(clsFormWizTestPeer::Impl(wiz).IsNull()) << "held to the end";
+  EXPECT_EQ(wiz.Result(), kResultCancelled);
+  ASSERT_EQ(acting.boxes.size(), 2u);
+  for (const auto& box : acting.boxes) {
+    EXPECT_EQ(box.text, InternalError("104" + kRunFailureText));
+  }
+}
+
+TEST_F(RunTest, EveryRunStartsOnAFreshDialogAfterAFinishedOnOpen) {
+  std::vector<std::string> shown;  // each dialog as it comes up
+  acting.act = [&](tk::Form& form) {
+    const frmWizard& wizard = frmWizard::Instance();
+    shown.push_back(form.name() +
+                    (wizard.Loaded()
+                         ? " on step " + std::to_string(wizard.nCurStep)
+                         : " alone"));
+    if (&form == &frmWizard::Instance()) {
+      tk::UserAction finish;
+      finish.control = "cmdNav(4)";
+      tk::ApplyUserInput(form, finish);
+    }
+  };
+  const std::string impl =
+      "<impl><forminfo/><form><input type='hidden' name='qln_FormIndex' "
+      "value='1'/><section name='A' included='y'/></form></impl>";
+  wiz.OnOpen(Stored(impl), page, 0);
+  EXPECT_EQ(wiz.Result(), kResultFinished);
+  EXPECT_TRUE(frmWizard::Instance().Loaded()) << "Finish only hides";
+  EXPECT_TRUE(frmActionOptions::Instance().Loaded());
+
+  // A stored form next: the leftover goes first, its options dialog too.
+  wiz.OnOpen(Stored("<form/>"), page, 0);
+  EXPECT_FALSE(frmWizard::Instance().Loaded());
+  EXPECT_EQ(frmActionOptions::Instance().Caption(), "Form Orb Options");
+
+  wiz.OnOpen(Stored(impl), page, 0);
+  wiz.SetImpl(FindElementInXml(impl, "impl"));
+  wiz.OnCommand(page, 0, "");
+  EXPECT_EQ(shown, (std::vector<std::string>{
+                       "frmWizard on step 3", "frmActionOptions alone",
+                       "frmWizard on step 3", "frmWizard on step 0"}));
+  EXPECT_TRUE(acting.boxes.empty());
 }
 
 }  // namespace

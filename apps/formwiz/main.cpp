@@ -3,21 +3,25 @@
 // *_command.cpp and is registered here.
 //
 // Exit status: 0 success; 1 unusable input, or the component showed a
-// message box (written to stderr); 2 a wrong command line.
+// message box (written to stderr); 2 a wrong command line or an invalid
+// script.
 #include <CLI/CLI.hpp>
 #include <vector>
 
 #include "assemble_command.h"
 #include "command.h"
+#include "script_command.h"
 
 int main(int argc, char** argv) {
   using namespace formwiz::cli;
   CLI::App app{"formwiz: the form wizard component, run without the editor."};
   app.footer(
       "Exit status: 0 success; 1 the input could not be used or the "
-      "component reported a problem (on stderr); 2 a wrong command line.");
+      "component reported a problem (on stderr); 2 a wrong command line or "
+      "an invalid script.");
   app.require_subcommand(1);
-  const std::vector<Command> commands = {AddAssembleCommand(app)};
+  const std::vector<Command> commands = {AddAssembleCommand(app),
+                                         AddScriptCommand(app)};
 
   try {
     app.parse(argc, argv);

@@ -10,6 +10,7 @@
 #include "component/strings.h"
 #include "component/utils.h"
 #include "toolkit/ui.h"
+#include "wizard/frm_wizard.h"
 
 namespace formwiz {
 namespace {
@@ -39,6 +40,31 @@ std::shared_ptr<TextSelection> CreateTextSelection() {
 
 std::shared_ptr<XmlDocumentObject> CreateXmlDocument() {
   return AsRole<XmlDocumentObject>(CreateObject(kXmlDocumentProgId));
+}
+
+// Every run needs the dialogs in their first state. OnCommand ends with the
+// wizard unloaded, but a finished OnOpen leaves it loaded and hidden, with
+// frmActionOptions loaded under it and the parsed tree held: Finish only
+// hides, and the flow of a stored definition has no Unload. That flow keeps
+// its shape; the leftover is closed at the start of the next run instead, so
+// that Load really loads and Form_Load runs again. A wizard on show belongs
+// to a run still going on further out, and is left alone.
+void CloseLeftoverWizard() {
+  frmWizard& wizard = frmWizard::Instance();
+  if (wizard.Loaded() && !wizard.Shown()) wizard.Unload();
+}
+
+// One run of the wizard on `impl`, from loading to the Result it leaves.
+// Failures go to the caller's trap.
+int32_t RunWizard(bool from_scratch, const KelXmlElement& impl) {
+  CloseLeftoverWizard();
+  frmWizard& wizard = frmWizard::Instance();
+  wizard.Load();
+  // FromScratch first: Impl decides by it whether to load stored settings.
+  wizard.SetFromScratch(from_scratch);
+  wizard.SetImpl(impl);
+  wizard.ShowModal(nullptr);
+  return wizard.Result();
 }
 
 }  // namespace
@@ -92,9 +118,11 @@ void clsFormWiz::OnCommand(const HostObjectPtr& docObj, int32_t /*hwnd*/,
     return;
   }
   // The close of OnCommand, also after a failure: the references go, and
-  // frmWizard is unloaded here whether it was shown or not.
+  // frmWizard is unloaded here whether it was shown or not. Its Form_Unload
+  // lets no failure out.
   form = KelXmlElement();
   selection.reset();
+  frmWizard::Instance().Unload();
 }
 
 void clsFormWiz::OnOpen(const std::shared_ptr<HtmlObject>& HTMLobj,
@@ -139,9 +167,7 @@ void clsFormWiz::OpenStoredObject(const std::shared_ptr<HtmlObject>& HTMLobj) {
 void clsFormWiz::RunOnCommand(const std::shared_ptr<TextSelection>& selection,
                               const KelXmlElement& form,
                               const std::string& uitype) {
-  // frmWizard runs here: loaded, FromScratch True, Impl mvarImpl, shown
-  // modally without owner, and its Result copied into mvarResult. Without
-  // it, Result stays 2 and nothing is committed.
+  mvarResult = RunWizard(true, mvarImpl);
   CommitOnCommand(selection, form, uitype);
 }
 
@@ -155,12 +181,23 @@ void clsFormWiz::CommitOnCommand(
   InsertNewObject(selection, form);
 }
 
-void clsFormWiz::RunStoredForm(
-    [[maybe_unused]] const std::shared_ptr<HtmlObject>& HTMLobj,
-    [[maybe_unused]] const KelXmlElement& form) {
-  // frmActionOptions runs here alone, captioned "Form Orb Options"; when it
-  // is accepted with a change, the options go into the form and
-  // RewriteStoredForm writes it back. Result is left alone either way.
+void clsFormWiz::RunStoredForm(const std::shared_ptr<HtmlObject>& HTMLobj,
+                               const KelXmlElement& form) {
+  // The options dialog alone. Closing a leftover wizard also unloads the
+  // frmActionOptions it had loaded, so this one starts afresh as well.
+  CloseLeftoverWizard();
+  frmActionOptions& options = frmActionOptions::Instance();
+  options.Load();
+  options.GetOptionsFromForm(form);
+  options.SetCaption(LoadResString(kStrOptionsCaption));
+  options.ShowModal(nullptr);
+  // Only an OK that changed something is written; Result is left alone
+  // either way. A failure before this point leaves the dialog loaded.
+  if (options.mvarResult == kResultFinished && options.mvarModified) {
+    options.SetOptionsIntoForm(form);
+    RewriteStoredForm(HTMLobj, form);
+  }
+  options.Unload();
 }
 
 void clsFormWiz::RunStoredDefinition(const std::shared_ptr<HtmlObject>& HTMLobj,
@@ -169,9 +206,11 @@ void clsFormWiz::RunStoredDefinition(const std::shared_ptr<HtmlObject>& HTMLobj,
   // The placeholder is not looked at: the picture of an existing object
   // stays as it is.
   const KelXmlElement form = LastFormChild(mvarImpl, nullptr);
+  // 2 until the wizard returns, so that a failure in the run leaves it.
   mvarResult = kResultCancelled;
-  // frmWizard runs here: loaded, FromScratch False, Impl mvarImpl, shown
-  // modally without owner, and its Result copied into mvarResult.
+  // An edit opens on the last step. The dialog is not unloaded here: a
+  // finished run leaves it hidden, and the next run closes it first.
+  mvarResult = RunWizard(false, mvarImpl);
   CommitStoredDefinition(HTMLobj, form);
 }
 

@@ -52,6 +52,8 @@ inline constexpr int32_t kFieldOrder = 106;
 inline constexpr int32_t kAssemble = 201;  // also SaveSettings
 inline constexpr int32_t kExpandField = 202;
 inline constexpr int32_t kSubstitute = 203;
+// A failure inside a dialog's event handler while a person uses it.
+inline constexpr int32_t kEventFailure = 204;
 inline constexpr int32_t kHiddenField = 301;
 }  // namespace code
 

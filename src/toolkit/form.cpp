@@ -54,9 +54,12 @@ void Form::Unload() {
 void Form::ShowModal(Form* owner) {
   Load();
   shown_ = true;
+  // Whatever way the Ui's run ends, a failure included, the show is over.
+  struct EndShow {
+    bool& shown;
+    ~EndShow() { shown = false; }
+  } end_show{shown_};
   CurrentUi().RunModal(*this, owner);
-  // Whatever way the Ui's run ended, the show is over.
-  shown_ = false;
 }
 
 void Form::Hide() { shown_ = false; }

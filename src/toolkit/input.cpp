@@ -112,29 +112,34 @@ InputOutcome ApplyToControl(Form& form, Control& c, const UserAction& a) {
   return {};
 }
 
+void Apply(Form& form, const UserAction& action, InputOutcome& outcome) {
+  switch (action.kind) {
+    case Kind::kKey:
+      outcome = ApplyKey(form, action.key);
+      return;
+    case Kind::kClose:
+      form.CloseFromFrame();
+      return;
+    default:
+      break;
+  }
+  Control* c = form.Find(action.control);
+  if (c == nullptr) {
+    outcome = Ignored("not on this dialog");
+    return;
+  }
+  outcome = ApplyToControl(form, *c, action);
+}
+
 }  // namespace
 
 InputOutcome ApplyUserInput(Form& form, const UserAction& action) {
   if (!form.Shown()) return Ignored("no dialog");
   InputOutcome outcome;
-  auto failure = Catch([&] {
-    switch (action.kind) {
-      case Kind::kKey:
-        outcome = ApplyKey(form, action.key);
-        return;
-      case Kind::kClose:
-        form.CloseFromFrame();
-        return;
-      default:
-        break;
-    }
-    Control* c = form.Find(action.control);
-    if (c == nullptr) {
-      outcome = Ignored("not on this dialog");
-      return;
-    }
-    outcome = ApplyToControl(form, *c, action);
-  });
+  // The whole action counts as one event, so that controls of a form that
+  // a handler unloads stay alive until the action is over.
+  auto failure =
+      Catch([&] { RunEvent([&] { Apply(form, action, outcome); }); });
   if (failure) form.OnEventFailure(*failure);
   return outcome;
 }

@@ -1,0 +1,249 @@
+// Whole runs of the component: each tests/scenarios/*.json is a script with
+// an "expect" section, run through the script runner in-process; and the
+// `formwiz script` command itself, for what only the binary shows (exit
+// status, the one line about an invalid script).
+//
+// The facts of "expect", each one object:
+//   {"at": "/json/pointer", "is": value}       the value there equals
+//   {"at": "/json/pointer", "has": "text"}     the string there contains it
+//   {"at": "/json/pointer", "lacks": "text"}   ... does not contain it
+//   {"at": "/json/pointer", "count": n}        the array there has n members
+//   {"event": {...}}                           some event matches
+//   {"no event": {...}}                        no event matches
+//   {"events": [{...}, ...]}                   events match in this order,
+//                                              others may come between
+// An event matches a pattern when every key of the pattern is in it with a
+// matching value, objects compared so recursively and the rest exactly.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "script/script.h"
+#include "script/sha256.h"
+
+namespace formwiz::script {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kSourceDir = FORMWIZ_SOURCE_DIR;
+
+std::string ReadAll(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+bool Matches(const Json& pattern, const Json& actual) {
+  if (pattern.is_object()) {
+    if (!actual.is_object()) return false;
+    for (const auto& [key, value] : pattern.items()) {
+      auto it = actual.find(key);
+      if (it == actual.end() || !Matches(value, *it)) return false;
+    }
+    return true;
+  }
+  return pattern == actual;
+}
+
+// Checks one fact; gives what is wrong, or nothing.
+std::string Check(const Json& fact, const Json& transcript) {
+  const Json& events = transcript["events"];
+  auto matching = [&](const Json& pattern) {
+    return std::count_if(events.begin(), events.end(),
+                         [&](const Json& e) { return Matches(pattern, e); });
+  };
+  if (fact.contains("event")) {
+    return matching(fact["event"]) > 0 ? "" : "no such event";
+  }
+  if (fact.contains("no event")) {
+    return matching(fact["no event"]) == 0 ? "" : "there is such an event";
+  }
+  if (fact.contains("events")) {
+    auto at = events.begin();
+    for (const Json& pattern : fact["events"]) {
+      at = std::find_if(at, events.end(),
+                        [&](const Json& e) { return Matches(pattern, e); });
+      if (at == events.end()) return "not in order from " + pattern.dump();
+      ++at;
+    }
+    return "";
+  }
+  const Json::json_pointer pointer(fact.at("at").get<std::string>());
+  if (!transcript.contains(pointer)) return "nothing there";
+  const Json& value = transcript[pointer];
+  if (fact.contains("is")) {
+    return value == fact["is"] ? "" : "it is " + value.dump();
+  }
+  if (fact.contains("count")) {
+    return value.size() == fact["count"]
+               ? ""
+               : "it has " + std::to_string(value.size());
+  }
+  if (!value.is_string()) return "not a string: " + value.dump();
+  const std::string text = value.get<std::string>();
+  if (fact.contains("has")) {
+    return text.find(fact["has"].get<std::string>()) != std::string::npos
+               ? ""
+               : "it is " + value.dump();
+  }
+  if (fact.contains("lacks")) {
+    return text.find(fact["lacks"].get<std::string>()) == std::string::npos
+               ? ""
+               : "it is " + value.dump();
+  }
+  return "a fact of no known kind";
+}
+
+std::vector<std::string> ScenarioNames() {
+  std::vector<std::string> names;
+  for (const auto& entry :
+       fs::directory_iterator(kSourceDir / "tests" / "scenarios")) {
+    if (entry.path().extension() == ".json") {
+      names.push_back(entry.path().stem().string());
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class Scenario : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(Scenario, TranscriptShowsTheExpectedFacts) {
+  const fs::path file =
+      kSourceDir / "tests" / "scenarios" / (GetParam() + ".json");
+  Json scenario = Json::parse(ReadAll(file));
+  const Json expect = scenario["expect"];
+  ASSERT_TRUE(expect.is_array() && !expect.empty()) << "no facts to check";
+  scenario.erase("expect");
+
+  const Json transcript =
+      RunScript(ParseScript(scenario.dump(), file.parent_path()));
+  bool all_hold = true;
+  for (const Json& fact : expect) {
+    const std::string wrong = Check(fact, transcript);
+    if (!wrong.empty()) {
+      all_hold = false;
+      ADD_FAILURE() << fact.dump() << ": " << wrong;
+    }
+  }
+  if (!all_hold) std::cerr << transcript.dump(1).substr(0, 30000) << '\n';
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenarios, Scenario,
+                         ::testing::ValuesIn(ScenarioNames()),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                           std::string name = info.param;
+                           std::replace_if(
+                               name.begin(), name.end(),
+                               [](char c) { return !std::isalnum(c); }, '_');
+                           return name;
+                         });
+
+// The binary, as a host or a person runs it.
+class ScriptCommand : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const char* bin = std::getenv("FORMWIZ_BIN");
+    if (!bin || !fs::exists(bin)) GTEST_SKIP() << "FORMWIZ_BIN not set";
+    bin_ = bin;
+    dir_ = fs::temp_directory_path() /
+           ("formwiz_script_" + std::to_string(::getpid()));
+    fs::create_directories(dir_);
+  }
+  void TearDown() override {
+    if (!dir_.empty()) fs::remove_all(dir_);
+  }
+
+  // Runs `formwiz script FILE`; gives the exit status.
+  int Run(const fs::path& file) {
+    const std::string command = "'" + bin_ + "' script '" + file.string() +
+                                "' >'" + (dir_ / "out").string() + "' 2>'" +
+                                (dir_ / "err").string() + "'";
+    const int status = std::system(command.c_str());
+    out_ = ReadAll(dir_ / "out");
+    err_ = ReadAll(dir_ / "err");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  std::string bin_;
+  fs::path dir_;
+  std::string out_;
+  std::string err_;
+};
+
+TEST_F(ScriptCommand, TheExampleInsertsTheRequestForm) {
+  ASSERT_EQ(Run(kSourceDir / "examples" / "new-form.json"), 0) << err_;
+  EXPECT_EQ(err_, "");
+  const Json transcript = Json::parse(out_);
+  EXPECT_TRUE(Matches(Json::parse(R"({"return": "OnCommand", "Result": 1})"),
+                      transcript["events"].back()));
+  ASSERT_EQ(transcript["objects"].size(), 1u);
+  const std::string html = transcript["objects"][0]["HTMLSource"];
+  EXPECT_NE(html.find(R"(name="qln_FormIndex" value="2")"), std::string::npos);
+  EXPECT_EQ(transcript["objects"][0]["HTMLPicture"]["size"], 808);
+}
+
+TEST_F(ScriptCommand, AnInvalidScriptRunsNothingAndSaysWhereInOneLine) {
+  const struct {
+    const char* script;
+    const char* line;  // what the one line on stderr holds
+  } cases[] = {
+      {R"({"steps": [)", "script: not valid JSON"},
+      {R"({"hots": {}})", R"(script: unknown key "hots")"},
+      {R"({"host": {"faults": {"InsertHTMLObject": "none"}}})",
+       R"(host.faults.InsertHTMLObject: expected "nothing" or a failure)"},
+      {R"({"host": {"objects": [{"HTMLData": [1]}]}})",
+       "host.objects[0].HTMLData: expected a string"},
+      {R"({"host": {"impl": "<form/>"}})", "host.impl: holds no impl element"},
+      {R"({"steps": [{"call": "OnCommand"}, {"do": "jump"}]})",
+       R"(steps[1]: unknown action "jump")"},
+      {R"({"steps": [{"call": "OnCommand"}, {"do": "click", "control": "x"}]})",
+       R"(steps[1]: no dialog has a control "x")"},
+      {R"({"steps": [{"do": "check", "control": "lstFields", "row": "1",)"
+       R"( "value": true}]})",
+       "steps[0].row: expected an integer"},
+      {R"js({"steps": [{"do": "close", "control": "cmdNav(1)"}]})js",
+       R"(steps[0]: unknown key "control" for "close")"},
+      {R"({"host": {"objects": [{}]}, "steps": [{"call": "OnOpen",)"
+       R"( "object": 1}, {"call": "OnCommand"}]})",
+       "steps[0]: object 1 cannot exist by then"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.script);
+    const fs::path file = dir_ / "script.json";
+    std::ofstream(file) << c.script;
+    EXPECT_EQ(Run(file), 2);
+    EXPECT_EQ(out_, "") << "nothing ran";
+    EXPECT_EQ(std::count(err_.begin(), err_.end(), '\n'), 1) << err_;
+    EXPECT_NE(err_.find(c.line), std::string::npos) << err_;
+  }
+}
+
+TEST(Sha256, KnownDigestsAcrossThePaddingBoundary) {
+  auto bytes = [](std::string_view s) {
+    return std::vector<uint8_t>(s.begin(), s.end());
+  };
+  EXPECT_EQ(Sha256Hex({}),
+            "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+  EXPECT_EQ(Sha256Hex(bytes("abc")),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  // 56 bytes: the length no longer fits the first padding block.
+  EXPECT_EQ(Sha256Hex(bytes(
+                "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")),
+            "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
+}
+
+}  // namespace
+}  // namespace formwiz::script

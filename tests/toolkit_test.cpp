@@ -1,0 +1,206 @@
+// The toolkit model: events inside assignments, list rows, and the rules of
+// the user-input entry point.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "toolkit/form.h"
+#include "toolkit/input.h"
+#include "toolkit/ui.h"
+
+namespace formwiz::tk {
+namespace {
+
+// A small dialog: a panel with a box and a list, two options, OK (default)
+// and Cancel (cancel button). Every event is logged.
+class TestForm : public Form {
+ public:
+  TestForm() : Form("frmTest") {}
+  std::vector<std::string> log;
+  int loads = 0;
+  bool unload_on_cancel = false;
+
+  FieldList Fields() const override { return {{"loads", int64_t{loads}}}; }
+  void Form_KeyDown(int key, int) override {
+    log.push_back("key " + std::to_string(key));
+  }
+
+ protected:
+  void BuildControls() override {
+    SetKeyPreview(true);
+    Control& panel = Add(ControlKind::kFrame, "fraStep", 0);
+    Control& box = Add(ControlKind::kText, "txtBox");
+    box.SetContainer(&panel);
+    box.SetMaxLength(3);
+    box.on_change = [this] { log.push_back("change " + Ctl("txtBox").Text()); };
+    Control& list = Add(ControlKind::kList, "lstRows");
+    list.SetContainer(&panel);
+    list.on_click = [this] {
+      log.push_back("click " + std::to_string(Ctl("lstRows").ListIndex()));
+    };
+    list.on_item_check = [this](int row) {
+      log.push_back("check " + std::to_string(row));
+    };
+    for (int i = 0; i < 2; ++i) {
+      Control& opt = Add(ControlKind::kOption, "optPick", i);
+      opt.on_click = [this, i] { log.push_back("opt " + std::to_string(i)); };
+    }
+    Control& ok = Add(ControlKind::kButton, "cmdOK");
+    ok.SetDefault(true);
+    ok.on_click = [this] {
+      log.push_back("ok");
+      Hide();
+    };
+    Control& cancel = Add(ControlKind::kButton, "cmdCancel");
+    cancel.SetCancel(true);
+    cancel.on_click = [this] {
+      log.push_back("cancel");
+      if (unload_on_cancel) Unload();
+    };
+  }
+  void Form_Load() override { ++loads; }
+};
+
+// A Ui that applies a fixed list of actions to the form it runs.
+class ActionUi : public RecordingUi {
+ public:
+  std::vector<UserAction> actions;
+  std::vector<InputOutcome> outcomes;
+  void RunModal(Form& form, Form*) override {
+    for (const UserAction& a : actions) {
+      if (!form.Shown()) break;
+      outcomes.push_back(ApplyUserInput(form, a));
+    }
+    if (form.Shown()) form.CloseFromFrame();
+  }
+};
+
+UserAction Act(UserAction::Kind kind, std::string control = "",
+               std::string text = "", int row = 0, bool value = false) {
+  UserAction a;
+  a.kind = kind;
+  a.control = std::move(control);
+  a.text = std::move(text);
+  a.row = row;
+  a.value = value;
+  return a;
+}
+
+using K = UserAction::Kind;
+
+TEST(Toolkit, AssignmentsRaiseOnlyOnChangeAndRowsMoveTheCurrentRow) {
+  TestForm form;
+  Control& list = form.Ctl("lstRows");
+  EXPECT_EQ(form.loads, 1);  // touching a control loaded the form
+  list.AddItem("a");
+  list.AddItem("c");
+  list.SetListIndex(1);
+  list.AddItem("b", 1);  // in front of the current row: it moves along
+  EXPECT_EQ(list.ListIndex(), 2);
+  list.SetSelected(2, true);
+  list.SetSelected(2, true);  // no change, no event
+  list.RemoveItem(2);         // the current row goes: no current row
+  EXPECT_EQ(list.ListIndex(), -1);
+  form.Ctl("txtBox").SetText("toolong");  // the program is never cut
+  form.Ctl("txtBox").SetText("toolong");
+  form.Ctl("optPick", 1).SetValue(true);
+  form.Ctl("optPick", 0).SetValue(true);
+  EXPECT_FALSE(form.Ctl("optPick", 1).Value());
+  form.Ctl("optPick", 0).SetValue(false);  // clearing raises nothing
+  EXPECT_EQ(form.log,
+            (std::vector<std::string>{"click 1", "check 2", "change toolong",
+                                      "opt 1", "opt 0"}));
+  EXPECT_EQ(list.Rows().size(), 2u);
+}
+
+TEST(Toolkit, UserInputFollowsWhatAPersonCanDo) {
+  TestForm form;
+  ActionUi ui;
+  ScopedUi scope(ui);
+  form.Load();
+  form.Ctl("lstRows").AddItem("r0");
+  ui.actions = {
+      Act(K::kType, "txtBox",
+          "\xC3\xA9"
+          "bcd"),  // stops at 3 characters
+      Act(K::kBackspace, "txtBox"),
+      Act(K::kClear, "txtBox"),
+      Act(K::kClear, "txtBox"),  // empty already: no change
+      Act(K::kSelect, "lstRows", "", 5),
+      Act(K::kCheck, "lstRows", "", 0, true),
+      Act(K::kClick, "txtBox"),
+      Act(K::kClick, "nope"),
+      Act(K::kKey, "", "", 0, false),
+  };
+  ui.actions.back().key = kKeyEscape;
+  UserAction enter = Act(K::kKey);
+  enter.key = kKeyReturn;
+  ui.actions.push_back(enter);
+  ui.actions.push_back(Act(K::kClick, "cmdCancel"));  // hidden by then
+  form.ShowModal(nullptr);
+  EXPECT_EQ(form.log, (std::vector<std::string>{"change \xC3\xA9",
+                                                "change \xC3\xA9"
+                                                "b",
+                                                "change \xC3\xA9"
+                                                "bc",
+                                                "change \xC3\xA9"
+                                                "b",
+                                                "change ", "check 0", "key 27",
+                                                "cancel", "key 13", "ok"}));
+  ASSERT_EQ(ui.outcomes.size(), 10u);
+  EXPECT_EQ(ui.outcomes[4].why, "no such row");
+  EXPECT_EQ(ui.outcomes[6].why, "not a button");
+  EXPECT_EQ(ui.outcomes[7].why, "not on this dialog");
+  EXPECT_FALSE(form.Shown());
+  EXPECT_TRUE(form.Loaded());
+}
+
+TEST(Toolkit, ParkedDisabledAndHiddenControlsTakeNoInput) {
+  const struct {
+    const char* what;
+    std::function<void(TestForm&)> setup;
+    const char* why;
+  } cases[] = {
+      {"parked panel",
+       [](TestForm& f) { f.Ctl("fraStep", 0).SetLeft(kParkedLeft); }, "parked"},
+      {"disabled panel",
+       [](TestForm& f) { f.Ctl("fraStep", 0).SetEnabled(false); }, "disabled"},
+      {"hidden box", [](TestForm& f) { f.Ctl("txtBox").SetVisible(false); },
+       "hidden"},
+  };
+  for (const auto& c : cases) {
+    TestForm form;
+    ActionUi ui;
+    ScopedUi scope(ui);
+    form.Load();
+    c.setup(form);
+    ui.actions = {Act(K::kType, "txtBox", "x")};
+    form.ShowModal(nullptr);
+    ASSERT_EQ(ui.outcomes.size(), 1u) << c.what;
+    EXPECT_TRUE(ui.outcomes[0].ignored) << c.what;
+    EXPECT_EQ(ui.outcomes[0].why, c.why) << c.what;
+    EXPECT_TRUE(form.log.empty()) << c.what;
+    EXPECT_FALSE(form.Loaded()) << c.what;  // closed through its frame
+  }
+}
+
+TEST(Toolkit, AHandlerMayUnloadItsOwnFormAndAFailureStaysInside) {
+  TestForm form;
+  ActionUi ui;
+  ScopedUi scope(ui);
+  form.unload_on_cancel = true;
+  form.Load();
+  form.Ctl("txtBox").on_change = [] { throw Failure{7, "boom"}; };
+  ui.actions = {Act(K::kType, "txtBox", "ab"), Act(K::kClick, "cmdCancel")};
+  form.ShowModal(nullptr);  // under ASan: no use of the destroyed controls
+  EXPECT_FALSE(form.Loaded());
+  ASSERT_EQ(ui.boxes.size(), 1u);  // typing stopped at the first failure
+  EXPECT_EQ(ui.boxes[0].text, "7: boom");
+  form.Load();  // controls in their first state again
+  EXPECT_EQ(form.Ctl("txtBox").Text(), "");
+  EXPECT_EQ(form.loads, 2);
+}
+
+}  // namespace
+}  // namespace formwiz::tk
