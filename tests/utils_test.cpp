@@ -17,7 +17,8 @@ TEST(ReportInternalError, CodeAloneOrWithASecondLine) {
       {0, "", "Internal Error in Form Wizard: 105"},
       {0, "x", "Internal Error in Form Wizard: 105\r\n0: x"},
       {91, "", "Internal Error in Form Wizard: 105\r\n91: "},
-      {-2147024809, "Bad", "Internal Error in Form Wizard: 105\r\n-2147024809: Bad"},
+      {-2147024809, "Bad",
+       "Internal Error in Form Wizard: 105\r\n-2147024809: Bad"},
   };
   for (const auto& c : cases) {
     RecordingUi ui;
@@ -85,10 +86,10 @@ TEST(HiddenField, NewFieldsGoFirstInReverseOrderAndExistingOnesStay) {
   RecordingUi ui;
   ScopedUi scope(ui);
   KelXmlDocument doc;
-  KelXmlElement form = Form(
-      doc,
-      "<form><input type=\"hidden\" name=\"b\" value=\"\"/>"
-      "<input type=\"hidden\" name=\"b\" value=\"x\"/><table/></form>");
+  KelXmlElement form =
+      Form(doc,
+           "<form><input type=\"hidden\" name=\"b\" value=\"\"/>"
+           "<input type=\"hidden\" name=\"b\" value=\"x\"/><table/></form>");
   SetHiddenField(form, "a", "1", false);
   SetHiddenField(form, "b", "2", false);  // the first match, the empty one
   SetHiddenField(form, "c", "", false);
@@ -109,11 +110,7 @@ TEST(HiddenField, NewFieldsGoFirstInReverseOrderAndExistingOnesStay) {
             "<form><input type=\"hidden\" name=\"f\" value=\"v\"></input>"
             "</form>");
   EXPECT_TRUE(ui.boxes.empty());
-}
-
-TEST(HiddenField, AFailureIsReportedAs301) {
-  RecordingUi ui;
-  ScopedUi scope(ui);
+  // A failure is reported as 301.
   SetHiddenField(KelXmlElement(), "f", "v", false);
   ASSERT_EQ(ui.boxes.size(), 1u);
   EXPECT_EQ(ui.boxes[0].text,

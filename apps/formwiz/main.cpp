@@ -10,6 +10,7 @@
 
 #include "assemble_command.h"
 #include "command.h"
+#include "page_command.h"
 #include "script_command.h"
 
 int main(int argc, char** argv) {
@@ -20,8 +21,8 @@ int main(int argc, char** argv) {
       "component reported a problem (on stderr); 2 a wrong command line or "
       "an invalid script.");
   app.require_subcommand(1);
-  const std::vector<Command> commands = {AddAssembleCommand(app),
-                                         AddScriptCommand(app)};
+  const std::vector<Command> commands = {
+      AddAssembleCommand(app), AddScriptCommand(app), AddPageCommand(app)};
 
   try {
     app.parse(argc, argv);

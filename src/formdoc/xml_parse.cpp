@@ -163,8 +163,9 @@ KelXmlElement FindElementInXml(std::string_view xml, std::string_view tag) {
   for (KelXmlNode top = root.FirstChild(); top; top = top.NextSibling()) {
     if (top.NodeType() != kElementNode) continue;
     KelXmlElement found =
-        top.TagName() == tag ? KelXmlElement(top)
-                             : KelXmlElement(top.GetElementsByTagName(tag).Item(0));
+        top.TagName() == tag
+            ? KelXmlElement(top)
+            : KelXmlElement(top.GetElementsByTagName(tag).Item(0));
     // Take it out of the document, which goes when this returns.
     if (found && found.ParentNode()) found.ParentNode().RemoveChild(found);
     return found;

@@ -1,0 +1,68 @@
+// formwiz-editor [PAGE]: the page editor. With --grab FILE it shows the page,
+// saves a picture of the window to FILE and quits, which is how the
+// documentation's screenshots are made.
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QPixmap>
+#include <QTimer>
+#include <cstdio>
+#include <memory>
+
+#include "editor_window.h"
+#include "orb_catalog.h"
+
+namespace {
+
+// Under --grab nobody is there to close a message box: errors go to
+// standard error instead.
+class GrabbingWindow : public formwiz::editor::EditorWindow {
+ public:
+  using EditorWindow::EditorWindow;
+
+ protected:
+  void ShowError(const QString& title, const QString& text) override {
+    std::fprintf(stderr, "%s: %s\n", qPrintable(title), qPrintable(text));
+  }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  QApplication::setApplicationName("formwiz-editor");
+  QApplication::setApplicationVersion(FORMWIZ_VERSION);
+
+  QCommandLineParser parser;
+  parser.setApplicationDescription("Edits web pages that hold form orbs.");
+  parser.addHelpOption();
+  parser.addVersionOption();
+  parser.addPositionalArgument("page", "The page file to open.", "[PAGE]");
+  const QCommandLineOption grab(
+      "grab", "Save a picture of the window to FILE (PNG) and quit.", "FILE");
+  parser.addOption(grab);
+  parser.process(app);
+  const QStringList pages = parser.positionalArguments();
+  if (pages.size() > 1) {
+    std::fputs("formwiz-editor: one page at a time\n", stderr);
+    return 2;
+  }
+
+  const auto orbs = formwiz::editor::ListOrbs(formwiz::editor::FindOrbsFolder(
+      QApplication::applicationDirPath().toStdString()));
+  std::unique_ptr<formwiz::editor::EditorWindow> made =
+      parser.isSet(grab)
+          ? std::make_unique<GrabbingWindow>(orbs)
+          : std::make_unique<formwiz::editor::EditorWindow>(orbs);
+  formwiz::editor::EditorWindow& window = *made;
+  window.show();
+  // A page that cannot be opened has been refused with its reason; the
+  // editor goes on with an empty page, as after File ▸ Open.
+  const bool opened = pages.isEmpty() || window.OpenFile(pages.front());
+
+  if (parser.isSet(grab)) {
+    if (!opened) return 1;
+    QApplication::processEvents();
+    return window.grab().save(parser.value(grab)) ? 0 : 1;
+  }
+  return QApplication::exec();
+}

@@ -1,0 +1,434 @@
+#include "page_command.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+
+#include "component/cls_form_wiz.h"
+#include "component/identity.h"
+#include "formdoc/kelxml.h"
+#include "host/page.h"
+#include "script/script.h"
+#include "script/scripted_ui.h"
+
+namespace formwiz::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using script::Json;
+
+constexpr char kPrefix[] = "formwiz page: ";
+
+int Problem(const std::string& name, const std::string& why, int status) {
+  std::cerr << kPrefix << name << ": " << why << '\n';
+  return status;
+}
+
+// The whole of `path` ("-" standard input), at most `limit` bytes; a bigger
+// file is refused by its size, before it is read.
+std::optional<std::string> ReadInput(const std::string& path, size_t limit,
+                                     std::string& error) {
+  std::string text;
+  if (path == "-") {
+    std::ostringstream in;
+    in << std::cin.rdbuf();
+    text = in.str();
+  } else {
+    std::error_code ec;
+    if (fs::is_directory(path, ec)) {
+      error = "cannot read: is a directory";
+      return std::nullopt;
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+      error = std::string("cannot read: ") + std::strerror(errno);
+      return std::nullopt;
+    }
+    const auto size = fs::file_size(path, ec);
+    if (!ec && size > limit) {
+      error = "too large (at most " + std::to_string(limit) + " bytes)";
+      return std::nullopt;
+    }
+    text.assign(std::istreambuf_iterator<char>(in),
+                std::istreambuf_iterator<char>());
+    if (in.bad()) {
+      error = "cannot read: read error";
+      return std::nullopt;
+    }
+  }
+  if (text.size() > limit) {
+    error = "too large (at most " + std::to_string(limit) + " bytes)";
+    return std::nullopt;
+  }
+  return text;
+}
+
+bool LoadPage(const std::string& file, host::Page& page) {
+  std::string error;
+  // The page is written back to the same name, so "-" is a file here.
+  const auto text =
+      ReadInput(file == "-" ? "./-" : file, host::kMaxPageFileSize, error);
+  if (text && host::ReadPageFile(*text, page, error)) return true;
+  Problem(file, error, kExitFailure);
+  return false;
+}
+
+// Writes through a new file beside `file` and renames it over, so that a
+// failed or interrupted save leaves the page as it was, never half written.
+bool SavePage(const std::string& file, const host::Page& page) {
+  const std::string bytes = host::WritePageFile(page);
+  std::string temp = file + ".XXXXXX";
+  const int fd = mkstemp(temp.data());
+  if (fd < 0) {
+    Problem(file, std::string("cannot write: ") + std::strerror(errno), 0);
+    return false;
+  }
+  bool ok = true;
+  for (size_t done = 0; ok && done < bytes.size();) {
+    const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    ok = n > 0;
+    if (ok) done += static_cast<size_t>(n);
+  }
+  // mkstemp makes the file private; a page is an ordinary document, made
+  // with the permissions the person's umask gives any new file.
+  const mode_t mask = umask(0);
+  umask(mask);
+  ok = ok && fchmod(fd, 0666 & ~mask) == 0;
+  ok = close(fd) == 0 && ok;
+  ok = ok && std::rename(temp.c_str(), file.c_str()) == 0;
+  if (!ok) {
+    const int saved = errno;
+    std::remove(temp.c_str());
+    Problem(file, std::string("cannot write: ") + std::strerror(saved), 0);
+  }
+  return ok;
+}
+
+// The person's actions: a JSON list of the `do` steps of a script. The calls
+// are the command's own, so a `call` step is refused here; the rest is
+// checked by the script reader, with its messages.
+std::optional<std::vector<script::Step>> LoadSteps(const std::string& file) {
+  std::string error;
+  const auto text = ReadInput(file, size_t{16} << 20, error);
+  if (!text) {
+    Problem(file, error, 0);
+    return std::nullopt;
+  }
+  Json steps = Json::parse(*text, nullptr, false);
+  try {
+    if (steps.is_discarded()) throw script::ScriptError("not valid JSON");
+    if (!steps.is_array()) {
+      throw script::ScriptError("expected a JSON list of do steps");
+    }
+    for (size_t i = 0; i < steps.size(); ++i) {
+      if (steps[i].is_object() && steps[i].contains("call")) {
+        throw script::ScriptError("steps[" + std::to_string(i) +
+                                  "]: only do steps: the command makes the "
+                                  "call itself");
+      }
+    }
+    return script::ParseScript(Json{{"steps", std::move(steps)}}.dump(),
+                               fs::path(file).parent_path())
+        .steps;
+  } catch (const script::ScriptError& e) {
+    Problem(file, e.what(), 0);
+    return std::nullopt;
+  }
+}
+
+// Plays the person at the dialogs from the script's steps, in order, across
+// every dialog the call shows. When no step is left (or there is no
+// script), the dialog is closed with the close box of its title bar: a
+// headless run has no person to ask, and the close box is what a person who
+// walks away uses; the component takes it as a cancel and changes nothing.
+// Message boxes go to stderr as the command line shows them; what the run
+// did beyond them (actions that could not be taken, dialogs closed, snapshots)
+// goes there as notes.
+class HeadlessUi : public script::ScriptedUi, public script::ScriptedUi::Feed {
+ public:
+  HeadlessUi(std::vector<script::Step> steps, bool scripted)
+      : ScriptedUi(events_, *this),
+        steps_(std::move(steps)),
+        scripted_(scripted) {}
+
+  void MsgBox(std::string_view text, std::string_view title) override {
+    ++boxes_;
+    std::cerr << title << ": " << text << '\n';
+  }
+  const script::Step* NextAction() override {
+    return next_ < steps_.size() ? &steps_[next_++] : nullptr;
+  }
+  std::string WhyNoAction() const override {
+    return scripted_ ? "script ended" : "no --script: no person to ask";
+  }
+
+  // Writes the notes; gives whether any message box was shown.
+  bool Finish() {
+    for (const Json& event : events_) {
+      if (!event.contains("show")) {
+        std::cerr << kPrefix << "note: "
+                  << event.dump(-1, ' ', false, Json::error_handler_t::replace)
+                  << '\n';
+      }
+    }
+    if (next_ < steps_.size()) {
+      std::cerr << kPrefix << "note: " << steps_.size() - next_
+                << " step(s) of the script were not used: no dialog was left "
+                   "on show\n";
+    }
+    return boxes_ > 0;
+  }
+
+ private:
+  Json events_ = Json::array();
+  std::vector<script::Step> steps_;
+  size_t next_ = 0;
+  bool scripted_;
+  int boxes_ = 0;
+};
+
+// The definition and the name an orb file gives: its first `impl` element,
+// and the `name` attribute of its top element (the file's name without
+// extension when it has none).
+struct Orb {
+  KelXmlElement impl;
+  std::string display_name;
+  std::string folder;
+};
+
+std::optional<Orb> LoadOrb(const std::string& file) {
+  std::string error;
+  const auto text = ReadInput(file, size_t{16} << 20, error);
+  if (!text) {
+    Problem(file, error, 0);
+    return std::nullopt;
+  }
+  KelXmlDocument doc;
+  if (!doc.LoadXml(*text)) {
+    Problem(file, "is not one well-formed XML document", 0);
+    return std::nullopt;
+  }
+  Orb orb;
+  orb.impl = FindElementInXml(*text, "impl");
+  if (!orb.impl) {
+    Problem(file, "holds no impl element", 0);
+    return std::nullopt;
+  }
+  for (KelXmlNode node = doc.Root().FirstChild(); node;
+       node = node.NextSibling()) {
+    if (node.NodeType() == kElementNode) {
+      orb.display_name = node.GetAttribute("name");
+      break;
+    }
+  }
+  if (orb.display_name.empty()) {
+    orb.display_name = fs::path(file).stem().string();
+  }
+  // The component joins Path and the picture's name with "/", so the folder
+  // goes without a trailing separator.
+  orb.folder = fs::absolute(file).parent_path().lexically_normal().string();
+  return orb;
+}
+
+// RunComponent's status when something came out of the component: the
+// page is then not saved.
+constexpr int kEscaped = -1;
+
+// One call of the component on `page`, the person played by the script.
+template <typename Call>
+int RunComponent(const PageOptions& options, host::Page& page, Call call) {
+  std::vector<script::Step> steps;
+  if (options.script) {
+    auto loaded = LoadSteps(*options.script);
+    if (!loaded) return kExitUsage;
+    steps = std::move(*loaded);
+  }
+  HeadlessUi ui(std::move(steps), options.script.has_value());
+  ScopedUi scoped_ui(ui);
+  page.document->RegisterRoles();
+  auto wiz = AsRole<clsFormWiz>(CreateObject(kProgId));
+  bool escaped = false;
+  try {
+    call(*wiz);
+  } catch (const std::exception& e) {
+    // The component lets nothing out; should anything come out all the
+    // same, whatever it half did is not saved.
+    std::cerr << kPrefix << "the component failed: " << e.what() << '\n';
+    escaped = true;
+  } catch (const Failure& failure) {
+    std::cerr << kPrefix << "the component failed: " << failure.number << " "
+              << failure.description << '\n';
+    escaped = true;
+  }
+  const bool shown = ui.Finish();
+  if (escaped) return kEscaped;
+  return shown ? kExitFailure : kExitOk;
+}
+
+std::string Quoted(const std::string& text) {
+  return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+int List(const host::Page& page) {
+  for (size_t i = 0; i < page.blocks.size(); ++i) {
+    const host::PageBlock& block = page.blocks[i];
+    std::cout << i << '\t';
+    if (!block.object) {
+      std::cout << "paragraph\t" << Quoted(block.text) << '\n';
+    } else if (block.object->display_name) {
+      std::cout << "object\t" << Quoted(*block.object->display_name) << '\n';
+    } else {
+      std::cout << "object\t(no name)\n";
+    }
+  }
+  return kExitOk;
+}
+
+int Export(const host::Page& page, const std::string& output) {
+  const std::string html = host::WritePageFile(page);
+  if (output == "-") {
+    std::cout << html << std::flush;
+    return std::cout ? kExitOk : kExitFailure;
+  }
+  std::ofstream out(output, std::ios::binary);
+  out << html;
+  out.close();
+  if (!out) {
+    return Problem(output, std::string("cannot write: ") + std::strerror(errno),
+                   kExitFailure);
+  }
+  return kExitOk;
+}
+
+}  // namespace
+
+int RunPage(const PageOptions& options) {
+  const std::string& file = options.file;
+  host::Page page;
+  if (options.action == "new") {
+    // A typo must not wipe out a page that is there.
+    std::error_code ec;
+    if (fs::exists(file, ec)) {
+      return Problem(file, "already exists; delete it first", kExitFailure);
+    }
+    return SavePage(file, page) ? kExitOk : kExitFailure;
+  }
+  if (!LoadPage(file, page)) return kExitFailure;
+  if (options.action == "list") return List(page);
+  if (options.action == "export") return Export(page, options.output);
+
+  const std::string before = host::WritePageFile(page);
+  int status = kExitOk;
+  if (options.action == "add-text" || options.action == "insert") {
+    const size_t at = options.at.value_or(page.blocks.size());
+    if (at > page.blocks.size()) {
+      return Problem(file,
+                     "--at " + std::to_string(at) + ": the page has " +
+                         std::to_string(page.blocks.size()) + " blocks",
+                     kExitUsage);
+    }
+    if (options.action == "add-text") {
+      page.blocks.insert(page.blocks.begin() + static_cast<ptrdiff_t>(at),
+                         {options.text, nullptr});
+    } else {
+      const auto orb = LoadOrb(options.orb);
+      if (!orb) return kExitFailure;
+      status = RunComponent(options, page, [&](clsFormWiz& wiz) {
+        // What the editor does for a new orb: a fresh copy of its
+        // definition, its name and its folder.
+        wiz.SetImpl(orb->impl);
+        wiz.SetDisplayName(orb->display_name);
+        wiz.SetPath(orb->folder);
+        wiz.OnCommand(page.document, 0, file);
+      });
+      page.AdoptNewObjects(at);
+    }
+  } else {
+    if (options.block >= page.blocks.size()) {
+      return Problem(file,
+                     "no block " + std::to_string(options.block) +
+                         ": the page has " +
+                         std::to_string(page.blocks.size()) + " blocks",
+                     kExitUsage);
+    }
+    if (options.action == "delete") {
+      page.DeleteBlock(options.block);
+    } else {
+      const auto object = page.blocks[options.block].object;
+      if (!object) {
+        return Problem(file,
+                       "block " + std::to_string(options.block) +
+                           " is a paragraph, not an object",
+                       kExitUsage);
+      }
+      status = RunComponent(options, page, [&](clsFormWiz& wiz) {
+        // The editor hands the component the object's own name, which a
+        // rewrite puts back.
+        wiz.SetDisplayName(object->display_name.value_or(""));
+        wiz.OnOpen(object, page.document, 0);
+      });
+      // The editor may be made to insert from inside OnOpen; such objects
+      // come after the one opened.
+      page.AdoptNewObjects(options.block + 1);
+    }
+  }
+  if (status == kEscaped) return kExitFailure;
+  // A run that changed nothing leaves the file alone, its time included.
+  if (host::WritePageFile(page) != before && !SavePage(file, page)) {
+    return kExitFailure;
+  }
+  return status;
+}
+
+Command AddPageCommand(CLI::App& parent) {
+  auto options = std::make_shared<PageOptions>();
+  CLI::App* app = parent.add_subcommand(
+      "page",
+      "Make and edit a page file (plain HTML) and run the component on it");
+  app->require_subcommand(1);
+  auto add = [&](const char* name, const char* help) {
+    CLI::App* sub = app->add_subcommand(name, help);
+    sub->add_option("FILE", options->file, "The page file")->required();
+    sub->callback([options, name] { options->action = name; });
+    return sub;
+  };
+  auto add_script = [&](CLI::App* sub) {
+    sub->add_option("--script", options->script,
+                    "JSON list of the person's actions (do steps, as in "
+                    "formwiz script; - reads standard input); without it a "
+                    "dialog is closed with its close box");
+  };
+  add("new", "Write an empty page (refuses to replace a file)");
+  add("list", "Print the blocks: index, kind, name or text");
+  CLI::App* add_text = add("add-text", "Add a paragraph");
+  add_text->add_option("TEXT", options->text, "The paragraph's text")
+      ->required();
+  add_text->add_option("--at", options->at, "Block index (default: the end)");
+  CLI::App* insert = add("insert", "Insert a form orb, running the wizard");
+  insert->add_option("--orb", options->orb, "The orb file")
+      ->capture_default_str();
+  insert->add_option("--at", options->at, "Block index (default: the end)");
+  add_script(insert);
+  CLI::App* open = add("open", "Open object block N again");
+  open->add_option("N", options->block, "Block index")->required();
+  add_script(open);
+  CLI::App* del = add("delete", "Remove block N");
+  del->add_option("N", options->block, "Block index")->required();
+  CLI::App* exp = add("export", "Write the page's HTML");
+  exp->add_option("-o,--output", options->output,
+                  "Where to (default: standard output)");
+  return {app, [options] { return RunPage(*options); }};
+}
+
+}  // namespace formwiz::cli

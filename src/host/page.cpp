@@ -1,0 +1,411 @@
+// The page model and the page file.
+//
+// The file is one fixed prologue, the blocks in order and one fixed
+// epilogue:
+//
+//   <p>TEXT</p>
+//   <!--formwiz-object progid=B64 name=B64|- data=DATA source=LEN|-
+//       picture=B64|- -->            (one line in the file)
+//   HTMLSource, LEN bytes exactly, as it is
+//   <!--/formwiz-object-->
+//
+// Paragraph text has &, < and > escaped and nothing else, so every byte a
+// person typed (CR LF, invalid UTF-8) comes back. The marker's fields are
+// base64, which holds no "-", ">" or space, so no content can end the
+// comment or shift a field; the HTML itself is never escaped (a browser must
+// show it as the object's HTML) and is found by its length, never by looking
+// for the end marker, so an HTMLSource that holds the end marker, "-->" or
+// "</script>" reads back unchanged. The end marker is still checked, which
+// catches a file whose HTML was edited by hand or whose line endings were
+// converted.
+//
+// The reader accepts exactly what the writer writes, in one forward pass
+// without backtracking; anything else is refused. Hand-editing a paragraph's
+// text stays possible as long as it is escaped the same way.
+#include "host/page.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <stdexcept>
+#include <unordered_set>
+#include <utility>
+
+namespace formwiz::host {
+namespace {
+
+// The generator line is what tells our files from other HTML.
+constexpr std::string_view kPrologue =
+    "<!DOCTYPE html>\n"
+    "<html lang=\"en\">\n"
+    "<head>\n"
+    "<meta charset=\"utf-8\">\n"
+    "<meta name=\"generator\" content=\"formwiz page 1\">\n"
+    "<title>Page</title>\n"
+    // Paragraphs keep their line breaks and runs of spaces, as typed.
+    "<style>p { white-space: pre-wrap; }</style>\n"
+    "</head>\n"
+    "<body>\n";
+constexpr std::string_view kEpilogue = "</body>\n</html>\n";
+constexpr std::string_view kParagraphStart = "<p>";
+constexpr std::string_view kParagraphEnd = "</p>\n";
+constexpr std::string_view kObjectStart = "<!--formwiz-object ";
+constexpr std::string_view kObjectMarkerEnd = " -->\n";
+constexpr std::string_view kObjectEnd = "\n<!--/formwiz-object-->\n";
+// Absent property.
+constexpr std::string_view kAbsent = "-";
+
+constexpr char kBase64Alphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+std::string EncodeBase64(std::string_view bytes) {
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  size_t i = 0;
+  for (; i + 2 < bytes.size(); i += 3) {
+    const uint32_t n = static_cast<uint8_t>(bytes[i]) << 16 |
+                       static_cast<uint8_t>(bytes[i + 1]) << 8 |
+                       static_cast<uint8_t>(bytes[i + 2]);
+    for (int shift : {18, 12, 6, 0}) out += kBase64Alphabet[(n >> shift) & 63];
+  }
+  if (i < bytes.size()) {
+    const bool two = i + 1 < bytes.size();
+    const uint32_t n = static_cast<uint8_t>(bytes[i]) << 16 |
+                       (two ? static_cast<uint8_t>(bytes[i + 1]) << 8 : 0);
+    out += kBase64Alphabet[(n >> 18) & 63];
+    out += kBase64Alphabet[(n >> 12) & 63];
+    out += two ? kBase64Alphabet[(n >> 6) & 63] : '=';
+    out += '=';
+  }
+  return out;
+}
+
+int Base64Value(char c) {
+  if (c >= 'A' && c <= 'Z') return c - 'A';
+  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+  if (c >= '0' && c <= '9') return c - '0' + 52;
+  if (c == '+') return 62;
+  if (c == '/') return 63;
+  return -1;
+}
+
+// Strict: padded, no whitespace, unused bits zero, so that each byte string
+// has exactly one spelling.
+bool DecodeBase64(std::string_view text, std::string& out) {
+  if (text.size() % 4 != 0) return false;
+  out.clear();
+  out.reserve(text.size() / 4 * 3);
+  for (size_t i = 0; i < text.size(); i += 4) {
+    const bool last = i + 4 == text.size();
+    const int pad = last ? (text[i + 3] == '=') + (text[i + 2] == '=') : 0;
+    if (pad == 1 && text[i + 2] == '=') return false;  // "x==" needs both
+    uint32_t n = 0;
+    for (int k = 0; k < 4; ++k) {
+      const int v = k >= 4 - pad ? 0 : Base64Value(text[i + k]);
+      if (v < 0) return false;
+      n = n << 6 | static_cast<uint32_t>(v);
+    }
+    if ((pad == 1 && (n & 0xFF)) || (pad == 2 && (n & 0xFFFF))) return false;
+    out += static_cast<char>(n >> 16);
+    if (pad < 2) out += static_cast<char>(n >> 8 & 0xFF);
+    if (pad < 1) out += static_cast<char>(n & 0xFF);
+  }
+  return true;
+}
+
+void AppendEscaped(std::string_view text, std::string& out) {
+  for (char c : text) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      default:
+        out += c;
+    }
+  }
+}
+
+std::string OptionalBase64(const std::optional<std::string>& value) {
+  return value ? EncodeBase64(*value) : std::string(kAbsent);
+}
+
+// HTMLData by kind. The host may hold any value there, and the component
+// reads only its text, so each kind is kept as a kind: "absent" (never
+// written), "empty", "null", "s:B64", "n:NUMBER" (shortest text that reads
+// back as the same double). An object value cannot go into a file: it is
+// kept as "object" and reads back as an object value with nothing behind
+// it, which the component treats as it treats any object, as having no
+// text.
+std::string EncodeData(const std::optional<Variant>& data) {
+  if (!data) return "absent";
+  switch (data->kind) {
+    case Variant::Kind::kEmpty:
+      return "empty";
+    case Variant::Kind::kNull:
+      return "null";
+    case Variant::Kind::kObject:
+      return "object";
+    case Variant::Kind::kString:
+      return "s:" + EncodeBase64(data->text);
+    case Variant::Kind::kNumber: {
+      char buffer[64];
+      const auto result =
+          std::to_chars(buffer, buffer + sizeof buffer, data->number);
+      return "n:" + std::string(buffer, result.ptr);
+    }
+  }
+  return "absent";
+}
+
+bool DecodeData(std::string_view text, std::optional<Variant>& data) {
+  if (text == "absent") {
+    data.reset();
+  } else if (text == "empty") {
+    data = Variant{};
+  } else if (text == "null") {
+    data = Variant::Null();
+  } else if (text == "object") {
+    data = Variant::Object(nullptr);
+  } else if (text.starts_with("s:")) {
+    std::string s;
+    if (!DecodeBase64(text.substr(2), s)) return false;
+    data = Variant::String(std::move(s));
+  } else if (text.starts_with("n:")) {
+    double n = 0;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data() + 2, end, n);
+    if (result.ec != std::errc() || result.ptr != end) return false;
+    data = Variant::Number(n);
+  } else {
+    return false;
+  }
+  return true;
+}
+
+void AppendObject(const PageObject& object, std::string& out) {
+  out += kObjectStart;
+  out += "progid=" + EncodeBase64(object.prog_id);
+  out += " name=" + OptionalBase64(object.display_name);
+  out += " data=" + EncodeData(object.html_data);
+  out += " source=";
+  out += object.html_source ? std::to_string(object.html_source->size())
+                            : std::string(kAbsent);
+  out += " picture=";
+  out += object.html_picture
+             ? EncodeBase64(std::string_view(
+                   reinterpret_cast<const char*>(object.html_picture->data()),
+                   object.html_picture->size()))
+             : std::string(kAbsent);
+  out += kObjectMarkerEnd;
+  if (object.html_source) out += *object.html_source;
+  out += kObjectEnd;
+}
+
+// Thrown inside the reader only; ReadPageFile turns it into its message.
+struct Refusal {
+  std::string why;
+};
+
+// A forward-only reader over the file's bytes.
+class Reader {
+ public:
+  Reader(std::string_view text, std::weak_ptr<PageDocument> document)
+      : text_(text), document_(std::move(document)) {}
+
+  std::vector<PageBlock> Blocks() {
+    if (!Take(kPrologue)) {
+      throw Refusal{"not a page file written by formwiz (its header differs)"};
+    }
+    std::vector<PageBlock> blocks;
+    while (!Take(kEpilogue)) {
+      if (pos_ == text_.size()) Fail("the file ends before the page does");
+      if (Take(kParagraphStart)) {
+        blocks.push_back({Paragraph(), nullptr});
+      } else if (Take(kObjectStart)) {
+        blocks.push_back({{}, Object()});
+      } else {
+        Fail("expected a paragraph, an object or the end of the page");
+      }
+    }
+    if (pos_ != text_.size()) Fail("there is more after the end of the page");
+    return blocks;
+  }
+
+ private:
+  [[noreturn]] void Fail(const std::string& why) const {
+    throw Refusal{"damaged at byte " + std::to_string(pos_) + ": " + why};
+  }
+
+  bool Take(std::string_view token) {
+    if (!text_.substr(pos_).starts_with(token)) return false;
+    pos_ += token.size();
+    return true;
+  }
+
+  std::string Paragraph() {
+    std::string text;
+    for (;;) {
+      if (pos_ == text_.size()) Fail("a paragraph is not closed");
+      const char c = text_[pos_];
+      if (c == '<') {
+        if (!Take(kParagraphEnd)) Fail("markup inside a paragraph");
+        return text;
+      }
+      if (c == '>') Fail("an unescaped \">\" in a paragraph");
+      if (c != '&') {
+        text += c;
+        ++pos_;
+      } else if (Take("&amp;")) {
+        text += '&';
+      } else if (Take("&lt;")) {
+        text += '<';
+      } else if (Take("&gt;")) {
+        text += '>';
+      } else {
+        Fail("an unknown character reference in a paragraph");
+      }
+    }
+  }
+
+  // The value of `key=` up to the next space, which stays unread.
+  std::string_view Field(std::string_view key, bool first = false) {
+    if (!first && !Take(" ")) Fail("the object marker is cut short");
+    if (!Take(key) || !Take("=")) {
+      Fail("the object marker lacks \"" + std::string(key) + "\"");
+    }
+    const size_t end = text_.find(' ', pos_);
+    if (end == std::string_view::npos) {
+      Fail("the file ends inside an object marker");
+    }
+    const std::string_view value = text_.substr(pos_, end - pos_);
+    pos_ = end;
+    return value;
+  }
+
+  std::optional<std::string> OptionalBase64Field(std::string_view key) {
+    const std::string_view value = Field(key);
+    if (value == kAbsent) return std::nullopt;
+    std::string bytes;
+    if (!DecodeBase64(value, bytes)) {
+      Fail("the object's " + std::string(key) + " is not valid base64");
+    }
+    return bytes;
+  }
+
+  std::shared_ptr<PageObject> Object() {
+    auto object = std::make_shared<PageObject>(document_);
+    const std::string_view prog_id = Field("progid", true);
+    if (!DecodeBase64(prog_id, object->prog_id)) {
+      Fail("the object's progid is not valid base64");
+    }
+    object->display_name = OptionalBase64Field("name");
+    if (!DecodeData(Field("data"), object->html_data)) {
+      Fail("the object's data is not understood");
+    }
+    const std::string_view length_text = Field("source");
+    std::optional<size_t> length;
+    if (length_text != kAbsent) {
+      size_t n = 0;
+      const char* end = length_text.data() + length_text.size();
+      const auto result = std::from_chars(length_text.data(), end, n);
+      if (result.ec != std::errc() || result.ptr != end ||
+          std::to_string(n) != length_text) {
+        Fail("the object's source length is not a number");
+      }
+      length = n;
+    }
+    if (const auto picture = OptionalBase64Field("picture")) {
+      object->html_picture.emplace(picture->begin(), picture->end());
+    }
+    if (!Take(kObjectMarkerEnd)) Fail("the object marker is not closed");
+    if (length) {
+      if (*length > text_.size() - pos_) Fail("the object's HTML is cut short");
+      object->html_source = std::string(text_.substr(pos_, *length));
+      pos_ += *length;
+    }
+    if (!Take(kObjectEnd)) {
+      Fail("the object's HTML does not end where its marker says");
+    }
+    return object;
+  }
+
+  std::string_view text_;
+  size_t pos_ = 0;
+  std::weak_ptr<PageDocument> document_;
+};
+
+}  // namespace
+
+Page::Page() : document(std::make_shared<PageDocument>()) {}
+
+size_t Page::AdoptNewObjects(size_t position) {
+  std::unordered_set<const PageObject*> placed;
+  for (const PageBlock& block : blocks) placed.insert(block.object.get());
+  position = std::min(position, blocks.size());
+  size_t adopted = 0;
+  for (const auto& object : document->objects) {
+    if (placed.contains(object.get())) continue;
+    blocks.insert(blocks.begin() + static_cast<ptrdiff_t>(position + adopted),
+                  {{}, object});
+    ++adopted;
+  }
+  return adopted;
+}
+
+void Page::DeleteBlock(size_t index) {
+  // Callers check the index against what the person can see; a bad one here
+  // is a bug, not input.
+  if (index >= blocks.size()) throw std::out_of_range("no such page block");
+  const std::shared_ptr<PageObject> object = std::move(blocks[index].object);
+  blocks.erase(blocks.begin() + static_cast<ptrdiff_t>(index));
+  if (object) std::erase(document->objects, object);
+}
+
+std::string WritePageFile(const Page& page) {
+  std::string out(kPrologue);
+  for (const PageBlock& block : page.blocks) {
+    if (block.object) {
+      AppendObject(*block.object, out);
+    } else {
+      out += kParagraphStart;
+      AppendEscaped(block.text, out);
+      out += kParagraphEnd;
+    }
+  }
+  out += kEpilogue;
+  return out;
+}
+
+bool ReadPageFile(std::string_view text, Page& page, std::string& error) {
+  if (text.size() > kMaxPageFileSize) {
+    error = "too large for a page file (" + std::to_string(text.size()) +
+            " bytes, at most " + std::to_string(kMaxPageFileSize) + ")";
+    return false;
+  }
+  if (!page.document) page.document = std::make_shared<PageDocument>();
+  std::vector<PageBlock> blocks;
+  try {
+    // The new objects belong to the page's own document from the start, so
+    // faults and roles set on it keep working; they join its list only once
+    // the whole file has been read.
+    blocks = Reader(text, page.document).Blocks();
+  } catch (const Refusal& refusal) {
+    error = refusal.why;
+    return false;
+  }
+  std::vector<std::shared_ptr<PageObject>> objects;
+  for (const PageBlock& block : blocks) {
+    if (block.object) objects.push_back(block.object);
+  }
+  page.document->objects = std::move(objects);
+  page.blocks = std::move(blocks);
+  return true;
+}
+
+}  // namespace formwiz::host

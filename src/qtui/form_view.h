@@ -1,0 +1,65 @@
+// The Qt view of one dialog of the toolkit model. The widgets are made from
+// the model's controls, one per control, named like it ("cmdNav(3)"); what a
+// person does to them goes to tk::ApplyUserInput, and after every input the
+// whole model is copied back into the widgets. The model is the only state:
+// a widget never keeps a change the model refused.
+#pragma once
+
+#include <QDialog>
+#include <QPointF>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "toolkit/input.h"
+
+class QButtonGroup;
+class QString;
+
+namespace formwiz::qtui {
+
+class FormView : public QDialog {
+  Q_OBJECT
+
+ public:
+  // `form` must be loaded; it outlives the view.
+  FormView(tk::Form& form, QWidget* parent);
+
+  tk::Form& form() const { return form_; }
+  // The widget of the control named `name`; null when the dialog has none.
+  QWidget* Widget(std::string_view name) const;
+
+  // Shows the dialog modally until the form is no longer on show.
+  void Run();
+  // Copies the whole model into the widgets: captions, texts, values, rows,
+  // ticks, current rows, visible and enabled state, the panel on show.
+  void Mirror();
+
+ protected:
+  void keyPressEvent(QKeyEvent* event) override;
+  void closeEvent(QCloseEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+ private:
+  void CreateWidget(const tk::Control& c);
+  void SetTabOrder();
+  // Hands the action to the model; ends the run when the form is no longer
+  // on show, and mirrors the model otherwise.
+  void Input(const tk::UserAction& action);
+  // Turns a person's edit of a text box into the model's typing actions.
+  void TextEdited(const std::string& name, const QString& now);
+  void MirrorControl(const tk::Control& c, QWidget* w);
+
+  tk::Form& form_;
+  std::map<std::string, QWidget*, std::less<>> widgets_;
+  // Control names of the watched widgets (a list's viewport included).
+  std::map<const QObject*, std::string> watched_;
+  // One button group per option group number.
+  std::map<int, QButtonGroup*> groups_;
+  // The last mouse move turned into a hover, so that the same move passed
+  // on to the parents is not another one.
+  quint64 hover_stamp_ = 0;
+  QPointF hover_pos_;
+};
+
+}  // namespace formwiz::qtui

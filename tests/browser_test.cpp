@@ -1,0 +1,135 @@
+// The form as a browser builds it: a person fills the wizard with text that
+// would be markup if it were pasted in raw, `formwiz page` exports the page,
+// headless Chromium opens it, and what the browser built is read back from
+// its DOM.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "html_page_support.h"
+
+namespace formwiz {
+namespace {
+
+namespace fs = std::filesystem;
+using html_check::kName;
+using html_check::kPrompt;
+using html_check::kResponse;
+using html_check::ScratchDir;
+using script::Json;
+
+// Goes into the page's head, where markup in the form cannot swallow it,
+// and once the parser has built the page reports, through DOM calls, what
+// the browser made of it, as JSON in a data block that --dump-dom prints as
+// it is ("<" is escaped so no text can close the block).
+constexpr const char* kReporter = R"js(<script>
+document.addEventListener('DOMContentLoaded', function () {
+  var r = {title: document.title, scripts: document.scripts.length,
+           forms: document.forms.length, pwned: !!document.getElementById('pwned'),
+           handlers: [], fields: [], hidden: {}, last: '', prompts: [],
+           inputChildren: 0, textareas: []};
+  document.querySelectorAll('*').forEach(function (e) {
+    for (var i = 0; i < e.attributes.length; ++i)
+      if (/^on/i.test(e.attributes[i].name))
+        r.handlers.push(e.tagName + '.' + e.attributes[i].name);
+  });
+  var form = document.forms[0];
+  Array.prototype.forEach.call(form.elements, function (e) {
+    if (e.type === 'hidden') r.hidden[e.name] = e.value;
+    else if (e.type === 'text' || e.type === 'textarea') r.fields.push(e.name);
+    if (e.tagName === 'INPUT') r.inputChildren += e.childNodes.length;
+    if (e.tagName === 'TEXTAREA')
+      r.textareas.push({name: e.name, children: e.childNodes.length,
+                        parent: e.parentElement.tagName});
+    r.last = e.type;
+  });
+  form.querySelectorAll('tr').forEach(function (tr) {
+    r.prompts.push(tr.cells[0].textContent);
+  });
+  var out = document.createElement('script');
+  out.type = 'application/json';
+  out.id = 'fw-report';
+  out.textContent = JSON.stringify(r).replace(/</g, '\\u003c');
+  document.body.appendChild(out);
+});
+</script>)js";
+
+TEST(BrowserTest, HostileTextStaysTextAndFieldsKeepTheirOrder) {
+  const std::string chromium =
+      html_check::ToolPath("FORMWIZ_CHROMIUM", FORMWIZ_CHROMIUM);
+  if (chromium.empty()) {
+    GTEST_SKIP() << "the sanitizer build leaves the browser check out";
+  }
+  if (access(chromium.c_str(), X_OK) != 0) {
+    GTEST_SKIP() << chromium << " is absent: the browser check did not run";
+  }
+  if (html_check::FormwizBin().empty()) {
+    GTEST_SKIP() << "FORMWIZ_BIN is not set; run through ctest";
+  }
+
+  ScratchDir dir;
+  const fs::path exported =
+      html_check::MakePage(dir, "typed-markup", html_check::HostileSteps());
+  ASSERT_FALSE(exported.empty());
+  std::string html = html_check::Slurp(exported);
+  const size_t head_end = html.find("</head>");
+  const size_t title = html.find("<title>") + 7;
+  ASSERT_TRUE(head_end != std::string::npos && title > 7) << html;
+  const std::string page_title =
+      html.substr(title, html.find("</title>") - title);
+  html.insert(head_end, kReporter);
+  const fs::path page = dir.Write("browse.html", html);
+  const html_check::RunResult run = html_check::RunBounded(
+      60,
+      {chromium, "--headless", "--no-sandbox", "--disable-gpu",
+       "--disable-background-networking", "--no-first-run",
+       "--disable-component-update", "--disable-sync",
+       "--user-data-dir=" + (dir.path() / "profile").string(), "--dump-dom",
+       "file://" + page.string()},
+      dir);
+  ASSERT_EQ(run.status, 0) << run.err;
+
+  const std::string open = "id=\"fw-report\">";
+  const size_t from = run.out.find(open);
+  ASSERT_NE(from, std::string::npos) << run.out;
+  const size_t to = run.out.find("</script>", from);
+  const Json r =
+      Json::parse(run.out.substr(from + open.size(), to - from - open.size()));
+
+  // Nothing that was typed ran or became markup.
+  EXPECT_EQ(r["title"], page_title);
+  EXPECT_EQ(r["scripts"], 1) << "the reporter alone";
+  EXPECT_EQ(r["pwned"], false);
+  EXPECT_EQ(r["handlers"], Json::array());
+  EXPECT_EQ(r["forms"], 1);
+
+  // The typed text is there verbatim: as a name, a prompt, a hidden value.
+  const std::vector<std::string> fields = r["fields"];
+  EXPECT_EQ(fields,
+            (std::vector<std::string>{kName, "Email", "Comments", "Subject"}));
+  EXPECT_EQ(r["prompts"][0], kPrompt);
+  std::string order;
+  for (const std::string& name : fields) {
+    order += (order.empty() ? "" : ",") + name;
+  }
+  EXPECT_EQ(r["hidden"], (Json{{"qln_SortOrder", order},
+                               {"qln_FormIndex", "1"},
+                               {"qln_OKMessage", kResponse},
+                               {"qln_SendMode", "1"},
+                               {"qln_Subject", "Comments from the web site"},
+                               {"qln_EmailTo", "me@example.org"}}));
+
+  // Inputs are empty elements; the text area ends where it should, so the
+  // rows after it and the submit button are the form's, not its text.
+  EXPECT_EQ(r["inputChildren"], 0);
+  EXPECT_EQ(
+      r["textareas"],
+      Json::array({{{"name", "Comments"}, {"children", 0}, {"parent", "TD"}}}));
+  EXPECT_EQ(r["last"], Json("submit"));
+}
+
+}  // namespace
+}  // namespace formwiz

@@ -1,0 +1,247 @@
+// The editor's window on real page files, offscreen, with the questions it
+// asks a person answered by the test.
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QFrame>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+
+#include "component/identity.h"
+#include "editor_window.h"
+#include "orb_catalog.h"
+#include "page_view.h"
+
+namespace formwiz::editor {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kOrbs = fs::path(FORMWIZ_SOURCE_DIR) / "orbs";
+
+class TestWindow : public EditorWindow {
+ public:
+  TestWindow() : EditorWindow({}) {}
+  std::deque<QMessageBox::StandardButton> answers;
+  int questions = 0;
+  QStringList errors;
+
+ protected:
+  QMessageBox::StandardButton AskSaveChanges() override {
+    ++questions;
+    if (answers.empty()) return QMessageBox::Cancel;
+    const auto answer = answers.front();
+    answers.pop_front();
+    return answer;
+  }
+  void ShowError(const QString&, const QString& text) override {
+    errors << text;
+  }
+};
+
+std::vector<uint8_t> ReadBytes(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// A page of a paragraph, a form object with the bundled picture and a
+// second paragraph, saved to `file`.
+void WriteSamplePage(const QString& file) {
+  host::Page page;
+  auto object = page.document->AddObject();
+  object->prog_id = kProgId;
+  object->display_name = "Contact us";
+  object->html_source = "<form action=\"x\"><input name=\"a\"></form>";
+  object->html_data = Variant::String("<impl><form></form></impl>");
+  object->html_picture = ReadBytes(kOrbs / "form" / "form.png");
+  page.blocks = {
+      {"Before the form", nullptr}, {"", object}, {"After", nullptr}};
+  std::ofstream(file.toStdString(), std::ios::binary)
+      << host::WritePageFile(page);
+}
+
+QString ParagraphText(PageView& view, size_t index) {
+  return view.Row(index)->findChild<QLineEdit*>()->text();
+}
+
+TEST(EditorWindowTest, OpensEditsDeletesAndAsksBeforeDroppingChanges) {
+  QTemporaryDir dir;
+  const QString file = dir.filePath("page.html");
+  WriteSamplePage(file);
+  TestWindow window;
+  window.show();
+  ASSERT_TRUE(window.OpenFile(file)) << window.errors.join("\n").toStdString();
+  PageView& view = *window.view();
+
+  ASSERT_EQ(view.BlockCount(), 3u);
+  EXPECT_EQ(ParagraphText(view, 0), "Before the form");
+  EXPECT_EQ(view.Row(1)->findChild<QLabel*>("name")->text(), "Contact us");
+  EXPECT_FALSE(view.Row(1)->findChild<QLabel*>("picture")->pixmap().isNull());
+  EXPECT_TRUE(window.preview()->toPlainText().contains("After"));
+  EXPECT_FALSE(window.IsModified());
+
+  // Typing reaches the page; deleting the object takes it from the document.
+  view.FocusBlock(2);
+  QTest::keyClicks(view.Row(2)->findChild<QLineEdit*>(), " all");
+  EXPECT_EQ(window.page().blocks[2].text, "After all");
+  // Delete in a paragraph edits its text; it deletes no block.
+  QTest::keyClick(view.Row(2)->findChild<QLineEdit*>(), Qt::Key_Home);
+  QTest::keyClick(view.Row(2)->findChild<QLineEdit*>(), Qt::Key_Delete);
+  EXPECT_EQ(window.page().blocks[2].text, "fter all");
+  ASSERT_EQ(window.page().blocks.size(), 3u);
+  view.FocusBlock(1);
+  QTest::keyClick(view.Row(1), Qt::Key_Delete);
+  ASSERT_EQ(view.BlockCount(), 2u);
+  EXPECT_TRUE(window.page().document->objects.empty());
+  EXPECT_EQ(ParagraphText(view, 1), "fter all");
+  EXPECT_TRUE(window.IsModified());
+
+  // Cancel keeps the page; Save writes it to its file and goes on.
+  window.answers = {QMessageBox::Cancel, QMessageBox::Save};
+  EXPECT_FALSE(window.close());
+  EXPECT_EQ(window.page().blocks.size(), 2u);
+  window.NewPage();
+  EXPECT_EQ(window.questions, 2);
+  EXPECT_TRUE(window.page().blocks.empty());
+  EXPECT_FALSE(window.IsModified());
+
+  ASSERT_TRUE(window.OpenFile(file));
+  ASSERT_EQ(window.page().blocks.size(), 2u);
+  EXPECT_EQ(window.page().blocks[1].text, "fter all");
+  // Discard drops the changes without writing them.
+  window.InsertParagraph();
+  window.answers = {QMessageBox::Discard};
+  window.NewPage();
+  EXPECT_EQ(window.questions, 3);
+  ASSERT_TRUE(window.OpenFile(file));
+  EXPECT_EQ(window.page().blocks.size(), 2u);
+  EXPECT_TRUE(window.errors.isEmpty());
+}
+
+TEST(EditorWindowTest, RefusesADamagedFileWithTheReaderReason) {
+  QTemporaryDir dir;
+  const QString good = dir.filePath("good.html");
+  WriteSamplePage(good);
+  std::string text;
+  {
+    std::ifstream in(good.toStdString(), std::ios::binary);
+    text.assign(std::istreambuf_iterator<char>(in), {});
+  }
+  // Cut inside the object's markers.
+  const std::string damaged = text.substr(0, text.find("<form") + 3);
+  const QString bad = dir.filePath("bad.html");
+  std::ofstream(bad.toStdString(), std::ios::binary) << damaged;
+  host::Page probe;
+  std::string reason;
+  ASSERT_FALSE(host::ReadPageFile(damaged, probe, reason));
+
+  TestWindow window;
+  ASSERT_TRUE(window.OpenFile(good));
+  EXPECT_FALSE(window.OpenFile(bad));
+  ASSERT_EQ(window.errors.size(), 1);
+  EXPECT_TRUE(window.errors[0].contains(QString::fromStdString(reason)));
+  EXPECT_EQ(window.page().blocks.size(), 3u);
+  EXPECT_EQ(window.path(), QFileInfo(good).absoluteFilePath());
+}
+
+// Runs `steps` one by one on the modal dialog in front, as a person would,
+// while the window's own call is inside the dialog's loop.
+void DriveDialogs(std::deque<std::function<void(QWidget&)>> steps) {
+  auto* timer = new QTimer;
+  QObject::connect(timer, &QTimer::timeout, [timer, steps]() mutable {
+    QWidget* dialog = QApplication::activeModalWidget();
+    if (!dialog) return;
+    auto step = std::move(steps.front());
+    steps.pop_front();
+    if (steps.empty()) {
+      timer->stop();
+      timer->deleteLater();
+    }
+    step(*dialog);
+  });
+  timer->start(20);
+}
+
+std::function<void(QWidget&)> Click(const char* name) {
+  return [name](QWidget& dialog) {
+    auto* button = dialog.findChild<QAbstractButton*>(name);
+    ASSERT_NE(button, nullptr) << name;
+    QTest::mouseClick(button, Qt::LeftButton);
+  };
+}
+
+TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
+  TestWindow window;
+  window.show();
+  window.InsertParagraph();
+  window.InsertParagraph();
+  window.view()->FocusBlock(0);
+  DriveDialogs({Click("optForm(1)"), Click("cmdNav(3)"),
+                [](QWidget& dialog) {
+                  QTest::keyClicks(dialog.findChild<QLineEdit*>("txtEmailAddr"),
+                                   "sales@example.org");
+                },
+                Click("cmdNav(3)"), Click("cmdNav(3)"), Click("cmdNav(4)")});
+  window.InsertOrb(kOrbs / "form" / "form.qlo");
+
+  const auto& blocks = window.page().blocks;
+  ASSERT_EQ(blocks.size(), 3u);
+  ASSERT_NE(blocks[1].object, nullptr);
+  EXPECT_EQ(blocks[1].object->display_name, "Form");
+  EXPECT_NE(blocks[1].object->html_source.value_or("").find("<form"),
+            std::string::npos);
+  EXPECT_EQ(blocks[1].object->html_picture,
+            ReadBytes(kOrbs / "form" / "form.png"));
+  EXPECT_EQ(window.view()->Current(), 1u);
+
+  // A double-click opens the object again; closing the wizard keeps it.
+  const std::string html = *blocks[1].object->html_source;
+  QString opened;
+  DriveDialogs({[&opened](QWidget& dialog) {
+    opened = dialog.objectName();
+    dialog.close();
+  }});
+  QTest::mouseDClick(window.view()->Row(1), Qt::LeftButton);
+  EXPECT_EQ(opened, "frmWizard");
+  EXPECT_EQ(blocks[1].object->html_source, html);
+  EXPECT_TRUE(window.errors.isEmpty());
+}
+
+TEST(OrbCatalogTest, FindsTheBundledOrbAndRefusesAFileWithoutImpl) {
+  const auto orbs = ListOrbs(kOrbs);
+  ASSERT_EQ(orbs.size(), 1u);
+  EXPECT_EQ(orbs[0].display_name, "Form");
+  Orb orb;
+  std::string error;
+  ASSERT_TRUE(ReadOrb(orbs[0].file, orb, error));
+  EXPECT_EQ(orb.impl.TagName(), "impl");
+  EXPECT_EQ(fs::path(orb.folder), fs::absolute(kOrbs / "form"));
+
+  QTemporaryDir dir;
+  const std::string other = dir.filePath("other.qlo").toStdString();
+  std::ofstream(other) << "<orb name=\"X\"><form/></orb>";
+  EXPECT_FALSE(ReadOrb(other, orb, error));
+  EXPECT_FALSE(error.empty());
+}
+
+}  // namespace
+}  // namespace formwiz::editor
+
+int main(int argc, char** argv) {
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+  }
+  QApplication app(argc, argv);
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,214 @@
+// The page file: hostile contents come back byte for byte, damaged or
+// foreign files are refused without touching the page, and `formwiz page`
+// runs a whole editing session on one file.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "host/page.h"
+
+namespace formwiz::host {
+namespace {
+
+std::string Replaced(std::string text, const std::string& from,
+                     const std::string& to) {
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  return text;
+}
+
+// A page holding `s` in every place a page can hold text.
+Page PageOf(const std::string& s) {
+  Page page;
+  page.blocks.push_back({s, nullptr});
+  const auto object = page.document->AddObject();
+  object->prog_id = s;
+  object->display_name = s;
+  object->html_source = s;
+  object->html_data = Variant::String(s);
+  object->html_picture.emplace(s.begin(), s.end());
+  page.AdoptNewObjects(1);
+  return page;
+}
+
+TEST(PageFileTest, HostileContentsRoundTripByteForByte) {
+  const std::vector<std::string> hostile = {
+      "",
+      "--",
+      "-->",
+      " -->\n",
+      "- -->",
+      "\n<!--/formwiz-object-->\n",
+      "<!--formwiz-object progid= name=- -->",
+      "</script><script>alert(1)</script>",
+      "</p>\n</body>\n</html>\n",
+      "\"'&amp;&lt;<>",
+      "\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80",
+      "a\r\nb\rc\n",
+      "\xFF\xFE\x80 not UTF-8",
+      std::string("nul\0byte", 8),
+      "x",  // base64 padding of one, two and three bytes
+      "xy",
+      "xyz",
+  };
+  for (const std::string& s : hostile) {
+    SCOPED_TRACE(testing::PrintToString(s));
+    const std::string file = WritePageFile(PageOf(s));
+    Page read;
+    std::string error;
+    ASSERT_TRUE(ReadPageFile(file, read, error)) << error;
+    ASSERT_EQ(read.blocks.size(), 2u);
+    EXPECT_EQ(read.blocks[0].text, s);
+    const auto& object = read.blocks[1].object;
+    ASSERT_TRUE(object);
+    EXPECT_EQ(read.document->objects, std::vector{object});
+    EXPECT_EQ(object->prog_id, s);
+    EXPECT_EQ(object->display_name, s);
+    EXPECT_EQ(object->html_source, s);
+    EXPECT_EQ(object->html_data->text, s);
+    EXPECT_EQ(*object->html_picture, std::vector<uint8_t>(s.begin(), s.end()));
+    EXPECT_EQ(WritePageFile(read), file);
+  }
+}
+
+TEST(PageFileTest, EveryKindOfStoredDataAndAbsentPropertiesSurvive) {
+  const std::vector<std::optional<Variant>> kinds = {
+      std::nullopt,           Variant{},
+      Variant::Null(),        Variant::Object(nullptr),
+      Variant::Number(1.5),   Variant::Number(-0.1),
+      Variant::Number(1e300), Variant::Number(NAN),
+  };
+  Page page;
+  for (const auto& data : kinds) page.document->AddObject()->html_data = data;
+  page.AdoptNewObjects(0);
+  const std::string file = WritePageFile(page);
+  Page read;
+  std::string error;
+  ASSERT_TRUE(ReadPageFile(file, read, error)) << error;
+  ASSERT_EQ(read.blocks.size(), kinds.size());
+  for (size_t i = 0; i < kinds.size(); ++i) {
+    SCOPED_TRACE(i);
+    const PageObject& object = *read.blocks[i].object;
+    EXPECT_FALSE(object.display_name || object.html_source ||
+                 object.html_picture);
+    ASSERT_EQ(object.html_data.has_value(), kinds[i].has_value());
+    if (!kinds[i]) continue;
+    EXPECT_EQ(object.html_data->kind, kinds[i]->kind);
+    if (!std::isnan(kinds[i]->number)) {
+      EXPECT_EQ(object.html_data->number, kinds[i]->number);
+    }
+  }
+  EXPECT_EQ(WritePageFile(read), file);
+}
+
+TEST(PageFileTest, DamagedOrForeignFilesAreRefusedAndThePageKept) {
+  const std::string good = WritePageFile(PageOf("body"));
+  std::string crlf;
+  for (char c : good)
+    crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  const std::vector<std::string> damaged = {
+      "",
+      "<!DOCTYPE html>\n<html><body><p>hi</p></body></html>\n",
+      crlf,
+      good + "\n",
+      Replaced(good, "source=4", "source=5"),
+      Replaced(good, "source=4", "source=3"),
+      Replaced(good, "source=4", "source=04"),
+      Replaced(good, "source=4", "source=99999999999999999999999"),
+      Replaced(good, "name=Ym9keQ==", "name=Ym9keQ"),
+      Replaced(good, "name=Ym9keQ==", "name=Ym9keR=="),
+      Replaced(good, "data=s:", "data=x:"),
+      Replaced(good, " -->\n", "-->\n"),
+      Replaced(good, "<!--/formwiz-object-->", "<!--/formwiz-obj-->"),
+      Replaced(good, "<p>body", "<p><b>body"),
+      Replaced(good, "<p>body", "<p>&quot;body"),
+  };
+  std::vector<std::string> cases = damaged;
+  for (size_t n = 0; n < good.size(); ++n) cases.push_back(good.substr(0, n));
+  // Huge input is refused by its size alone.
+  cases.push_back(std::string(kMaxPageFileSize + 1, ' '));
+  for (const std::string& file : cases) {
+    SCOPED_TRACE(file.substr(0, 400));
+    Page page = PageOf("kept");
+    const std::string before = WritePageFile(page);
+    const auto objects = page.document->objects;
+    std::string error;
+    EXPECT_FALSE(ReadPageFile(file, page, error));
+    EXPECT_FALSE(error.empty());
+    EXPECT_EQ(error.find('\n'), std::string::npos) << error;
+    EXPECT_EQ(WritePageFile(page), before);
+    EXPECT_EQ(page.document->objects, objects);
+  }
+}
+
+TEST(PageFileTest, NewObjectsArePlacedAndDeletedObjectsLeaveTheDocument) {
+  Page page;
+  page.blocks = {{"a", nullptr}, {"b", nullptr}};
+  const auto first = page.document->AddObject();
+  const auto second = page.document->AddObject();
+  EXPECT_EQ(page.AdoptNewObjects(1), 2u);
+  EXPECT_EQ(page.AdoptNewObjects(1), 0u);
+  ASSERT_EQ(page.blocks.size(), 4u);
+  EXPECT_EQ(page.blocks[1].object, first);
+  EXPECT_EQ(page.blocks[2].object, second);
+  page.DeleteBlock(1);
+  EXPECT_EQ(page.document->objects, std::vector{second});
+  EXPECT_EQ(page.blocks[1].object, second);
+}
+
+// `formwiz page`, run as a person at a terminal would, on one file.
+std::string Slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(PageCliTest, EditingSessionOnOneFile) {
+  const char* bin = std::getenv("FORMWIZ_BIN");
+  if (!bin) GTEST_SKIP() << "FORMWIZ_BIN is not set; run through ctest";
+  const std::string dir =
+      testing::TempDir() + "page_cli_" + std::to_string(getpid()) + "_";
+  const std::string page = dir + "page.html";
+  const std::string out = dir + "out";
+  const std::string finish = dir + "finish.json";
+  const std::string cancel = dir + "cancel.json";
+  std::ofstream(finish) << R"js([
+    {"do": "click", "control": "cmdNav(3)"},
+    {"do": "type", "control": "txtEmailAddr", "text": "me@example.org"},
+    {"do": "click", "control": "cmdNav(4)"}])js";
+  std::ofstream(cancel) << R"js([{"do": "key", "key": "Escape"}])js";
+  std::remove(page.c_str());
+  auto run = [&](const std::string& args) {
+    const std::string line = std::string(bin) + " page " + args + " > '" + out +
+                             "' 2> '" + out + ".err'";
+    const int status = std::system(line.c_str());
+    EXPECT_EQ(Slurp(out + ".err"), "") << args;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  };
+  const std::string quoted = "'" + page + "'";
+  ASSERT_EQ(run("new " + quoted), 0);
+  ASSERT_EQ(run("add-text " + quoted + " 'Write to us <today>'"), 0);
+  ASSERT_EQ(run("insert " + quoted + " --at 0 --script '" + finish + "'"), 0);
+  ASSERT_EQ(run("list " + quoted), 0);
+  EXPECT_EQ(Slurp(out),
+            "0\tobject\t\"Form\"\n1\tparagraph\t\"Write to us <today>\"\n");
+  const std::string saved = Slurp(page);
+  ASSERT_EQ(run("open " + quoted + " 0 --script '" + cancel + "'"), 0);
+  EXPECT_EQ(Slurp(page), saved);
+  ASSERT_EQ(run("export " + quoted), 0);
+  const std::string html = Slurp(out);
+  EXPECT_EQ(html, saved);
+  EXPECT_NE(html.find("<form action="), std::string::npos) << html;
+  EXPECT_NE(html.find("name=\"qln_EmailTo\" value=\"me@example.org\""),
+            std::string::npos);
+  EXPECT_NE(html.find("<p>Write to us &lt;today&gt;</p>"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace formwiz::host
