@@ -11,6 +11,7 @@
 
 #include "actionoptions/frm_action_options.h"
 #include "formdoc/kelxml.h"
+#include "host/base64.h"
 #include "script/script.h"
 #include "wizard/frm_wizard.h"
 
@@ -80,31 +81,11 @@ const Json& Required(const Json& object, const std::string& where,
 
 std::vector<uint8_t> DecodeBase64(std::string_view text,
                                   const std::string& where) {
-  auto value_of = [](char c) -> int {
-    if (c >= 'A' && c <= 'Z') return c - 'A';
-    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-    if (c >= '0' && c <= '9') return c - '0' + 52;
-    if (c == '+') return 62;
-    if (c == '/') return 63;
-    return -1;
-  };
-  size_t end = text.size();
-  while (end > 0 && text[end - 1] == '=' && text.size() - end < 2) --end;
-  if (text.size() % 4 != 0) Fail(where, "not base64: length");
-  std::vector<uint8_t> bytes;
-  uint32_t buffer = 0;
-  int bits = 0;
-  for (size_t i = 0; i < end; ++i) {
-    const int v = value_of(text[i]);
-    if (v < 0) Fail(where, "not base64: " + Quoted(std::string(1, text[i])));
-    buffer = (buffer << 6) | static_cast<uint32_t>(v);
-    bits += 6;
-    if (bits >= 8) {
-      bits -= 8;
-      bytes.push_back(static_cast<uint8_t>(buffer >> bits));
-    }
+  std::string bytes;
+  if (!host::DecodeBase64(text, bytes)) {
+    Fail(where, "not base64 (padded, standard alphabet)");
   }
-  return bytes;
+  return {bytes.begin(), bytes.end()};
 }
 
 // `{"size": n}` or `{"base64": "..."}`.
