@@ -1,6 +1,7 @@
 // frmActionOptions: its controls as designed, the settings to and from a
 // form element, and the dialog as a person uses it. The runs from the wizard
-// and on stored forms are scenarios (tests/scenarios/*options*.json).
+// and on stored forms are scenarios (tests/scenarios/*options*.json); a
+// custom action shown from the wizard is in wizard_test.cpp.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -28,26 +29,27 @@ class ActionOptionsTest : public ::testing::Test {
     d.Unload();
     d.mvarResult = 0;
     d.mvarModified = d.bInUse = d.bSendEmail = d.bHumanReadable = false;
-    for (std::string* s : {&d.strEmailAddr, &d.strEmailSubj, &d.strActionURL,
-                           &d.strDefActionURL}) {
-      s->clear();
-    }
+    d.strEmailAddr = d.strEmailSubj = d.strActionURL = d.strDefActionURL = "";
   }
 
   // Loads the dialog and reads the settings from `xml`, as the callers do.
-  KelXmlElement Open(const std::string& xml) {
-    KelXmlElement form = FindElementInXml(xml, "form");
-    EXPECT_FALSE(form.IsNull()) << xml;
+  void Open(const std::string& xml) {
     dlg.Load();
-    dlg.GetOptionsFromForm(form);
-    return form;
+    dlg.GetOptionsFromForm(FindElementInXml(xml, "form"));
   }
-  // Shows the dialog modally with `script` as the person's input.
   void Show(PersonUi::Script script) {
     ui.act = std::move(script);
     dlg.ShowModal(nullptr);
   }
   tk::Control& C(const char* name) { return dlg.Ctl(name); }
+  // The settings: "mail" or "custom", action URL, default action, address,
+  // subject, "human" or "csv".
+  std::string Fields() {
+    return std::string(dlg.bSendEmail ? "mail|" : "custom|") +
+           dlg.strActionURL + "|" + dlg.strDefActionURL + "|" +
+           dlg.strEmailAddr + "|" + dlg.strEmailSubj +
+           (dlg.bHumanReadable ? "|human" : "|csv");
+  }
   // The controls show the fields; a custom action disables the e-mail part.
   void ExpectControlsShowTheFields() {
     const bool mail = dlg.bSendEmail;
@@ -55,16 +57,15 @@ class ActionOptionsTest : public ::testing::Test {
     EXPECT_EQ(C("optActionCustom").Value(), !mail);
     EXPECT_EQ(C("optFormatHumanReadable").Value(), dlg.bHumanReadable);
     EXPECT_EQ(C("optFormatCSV").Value(), !dlg.bHumanReadable);
-    EXPECT_EQ(C("txtEmailAddr").Text(), dlg.strEmailAddr);
-    EXPECT_EQ(C("txtEmailSubj").Text(), dlg.strEmailSubj);
-    EXPECT_EQ(C("txtActionURL").Text(), dlg.strActionURL);
+    EXPECT_EQ(
+        C("txtEmailAddr").Text() + "|" + C("txtEmailSubj").Text() + "|" +
+            C("txtActionURL").Text(),
+        dlg.strEmailAddr + "|" + dlg.strEmailSubj + "|" + dlg.strActionURL);
     for (const char* name : {"txtEmailAddr", "txtEmailSubj",
                              "optFormatHumanReadable", "optFormatCSV"}) {
       EXPECT_EQ(C(name).Enabled(), mail) << name;
     }
     EXPECT_EQ(C("txtActionURL").Enabled(), !mail);
-    EXPECT_FALSE(C("txtActionURL").Visible());
-    EXPECT_TRUE(C("Label2").Enabled());
   }
 
   frmActionOptions& dlg = frmActionOptions::Instance();
@@ -72,33 +73,27 @@ class ActionOptionsTest : public ::testing::Test {
   ScopedUi scope{ui};
 };
 
-constexpr const char* kMailForm =
-    "<form action='/mail' defaultaction='/mail'>"
-    "<input type='hidden' name='qln_EmailTo' value='a@b'/>"
-    "<input type='hidden' name='qln_Subject' value='S'/>"
-    "<input type='hidden' name='qln_SendMode' value='1'/></form>";
-
-constexpr const char* kCustomCsvForm =
-    "<form action='/cgi/x' defaultaction='/mail'>"
-    "<input type='hidden' name='qln_EmailTo' value='a@b'/>"
-    "<input type='hidden' name='qln_Subject' value='S'/>"
-    "<input type='hidden' name='qln_SendMode' value='2'/></form>";
+// A stored form with the default action or a script, e-mailing as text or
+// as CSV.
+std::string StoredForm(const char* action, const char* mode) {
+  return std::string("<form action='") + action +
+         "' defaultaction='/mail'><input type='hidden' name='qln_EmailTo' "
+         "value='a@b'/><input type='hidden' name='qln_Subject' value='S'/>"
+         "<input type='hidden' name='qln_SendMode' value='" +
+         mode + "'/></form>";
+}
+const std::string kMailForm = StoredForm("/mail", "1");
+const std::string kCustomCsvForm = StoredForm("/cgi/x", "2");
 
 // "name kind:caption-or-text", visible (v) or hidden (h) with the value,
 // the length limit, the container and the marks of the buttons.
 std::string Describe(const tk::Control& c) {
-  using K = tk::ControlKind;
-  const K k = c.kind();
-  const char* kind = k == K::kOption   ? "option"
-                     : k == K::kText   ? "text"
-                     : k == K::kLabel  ? "label"
-                     : k == K::kFrame  ? "frame"
-                     : k == K::kButton ? "button"
-                                       : "?";
-  return c.Name() + " " + kind + ":" +
-         (k == K::kText ? c.Text() : c.Caption()) +
-         (c.Visible() ? " v" : " h") + std::to_string(c.Value()) + " " +
-         std::to_string(c.MaxLength()) +
+  static const char* const kinds[] = {"label", "text",   "option",
+                                      "list",  "button", "frame"};
+  const bool text = c.kind() == tk::ControlKind::kText;
+  return c.Name() + " " + kinds[static_cast<int>(c.kind())] + ":" +
+         (text ? c.Text() : c.Caption()) + (c.Visible() ? " v" : " h") +
+         std::to_string(c.Value()) + " " + std::to_string(c.MaxLength()) +
          (c.Container() ? " in " + c.Container()->Name() : "") +
          (c.IsDefault() ? " default" : "") + (c.IsCancel() ? " cancel" : "") +
          (c.Enabled() ? "" : " disabled");
@@ -138,18 +133,6 @@ TEST_F(ActionOptionsTest, BuildsEveryControlAsDesignedInTabOrder) {
   EXPECT_EQ(C("optActionEmail").Group(), C("optActionCustom").Group());
   EXPECT_EQ(C("optFormatHumanReadable").Group(), C("optFormatCSV").Group());
   EXPECT_NE(C("optActionEmail").Group(), C("optFormatCSV").Group());
-  // Form_Load took the designed options over.
-  EXPECT_TRUE(dlg.bSendEmail);
-  EXPECT_TRUE(dlg.bHumanReadable);
-}
-
-TEST_F(ActionOptionsTest, FieldsAndBInUseNeedNoWindow) {
-  frmActionOptions& again = frmActionOptions::Instance();
-  EXPECT_EQ(&again, &dlg);
-  again.bInUse = true;
-  EXPECT_TRUE(dlg.bInUse);
-  EXPECT_FALSE(dlg.GotValidFormAction());  // bSendEmail is False
-  EXPECT_FALSE(dlg.Loaded());
 }
 
 // --- settings and the form element ------------------------------------------
@@ -161,9 +144,8 @@ TEST_F(ActionOptionsTest, GotValidFormAction) {
     const char* url;
     bool valid;
   } cases[] = {
-      {true, "a@b", "", true},          {true, " ", "", true},
-      {true, "", "/cgi", false},        {false, "a@b", "", false},
-      {false, "a@b", "http://", false}, {false, "", "/cgi", true},
+      {true, " ", "", true},       {true, "", "/cgi", false},
+      {false, "a@b", "", false},   {false, "a@b", "http://", false},
       {false, "", "http:/", true},
   };
   for (const auto& c : cases) {
@@ -173,35 +155,29 @@ TEST_F(ActionOptionsTest, GotValidFormAction) {
     EXPECT_EQ(dlg.GotValidFormAction(), c.valid)
         << c.send_email << " '" << c.addr << "' '" << c.url << "'";
   }
-  EXPECT_FALSE(dlg.Loaded());
+  EXPECT_FALSE(dlg.Loaded());  // the fields need no window
 }
 
 TEST_F(ActionOptionsTest, GetOptionsFromForm) {
   const struct {
-    const char* form;
-    bool send_email;
-    const char* url;
-    const char* def;
-    const char* addr;
-    const char* subj;
-    bool human;
+    std::string form;
+    const char* fields;
   } cases[] = {
       // No action, or the default one: e-mail, and the URL is the
       // placeholder, not the stored action.
-      {"<form defaultaction='/mail'/>", true, "http://", "/mail", "", "", true},
-      {"<form action='/mail' defaultaction='/mail'/>", true, "http://", "/mail",
-       "", "", true},
+      {"<form defaultaction='/mail'/>", "mail|http://|/mail|||human"},
+      {"<form action='/mail' defaultaction='/mail'/>",
+       "mail|http://|/mail|||human"},
       // Any other action is a custom script; the comparison is exact.
-      {"<form action='/Mail' defaultaction='/mail'/>", false, "/Mail", "/mail",
-       "", "", true},
-      {"<form action='/cgi'/>", false, "/cgi", "", "", "", true},
+      {"<form action='/Mail' defaultaction='/mail'/>",
+       "custom|/Mail|/mail|||human"},
       // Hidden fields; only a send mode of exactly "2" means CSV.
-      {kMailForm, true, "http://", "/mail", "a@b", "S", true},
-      {kCustomCsvForm, false, "/cgi/x", "/mail", "a@b", "S", false},
+      {kMailForm, "mail|http://|/mail|a@b|S|human"},
+      {kCustomCsvForm, "custom|/cgi/x|/mail|a@b|S|csv"},
       {"<form><input type='hidden' name='qln_SendMode' value=' 2'/></form>",
-       true, "http://", "", "", "", true},
-      {"<form><input type='text' name='qln_EmailTo' value='t@x'/></form>", true,
-       "http://", "", "", "", true},
+       "mail|http://||||human"},
+      {"<form><input type='text' name='qln_EmailTo' value='t@x'/></form>",
+       "mail|http://||||human"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.form);
@@ -209,12 +185,7 @@ TEST_F(ActionOptionsTest, GetOptionsFromForm) {
     dlg.strEmailSubj = "earlier";
     dlg.mvarModified = true;
     Open(c.form);
-    EXPECT_EQ(dlg.bSendEmail, c.send_email);
-    EXPECT_EQ(dlg.strActionURL, c.url);
-    EXPECT_EQ(dlg.strDefActionURL, c.def);
-    EXPECT_EQ(dlg.strEmailAddr, c.addr);
-    EXPECT_EQ(dlg.strEmailSubj, c.subj);
-    EXPECT_EQ(dlg.bHumanReadable, c.human);
+    EXPECT_EQ(Fields(), c.fields);
     EXPECT_FALSE(dlg.mvarModified);
     ExpectControlsShowTheFields();
   }
@@ -242,13 +213,11 @@ TEST_F(ActionOptionsTest, SetOptionsIntoForm) {
       // E-mail: the default action, whatever strActionURL holds.
       {"<form defaultaction='/mail'/>", true, "/cgi", "", true,
        mail_head + "/mail" + post + mail_tail},
-      // A custom script keeps its URL; the placeholder and the empty URL
-      // fall back to the default action.
+      // A custom script keeps its URL; the placeholder (or an empty URL)
+      // falls back to the default action.
       {"<form defaultaction='/mail'/>", false, "/cgi", "", true,
        mail_head + "/cgi" + post + mail_tail},
       {"<form defaultaction='/mail'/>", false, "http://", "", true,
-       mail_head + "/mail" + post + mail_tail},
-      {"<form defaultaction='/mail'/>", false, "", "", true,
        mail_head + "/mail" + post + mail_tail},
       // Attributes and fields that exist are written in place; a subject
       // is written when there is one, and CSV is "2".
@@ -278,72 +247,45 @@ TEST_F(ActionOptionsTest, SetOptionsIntoForm) {
     dlg.mvarModified = true;
     dlg.SetOptionsIntoForm(form);
     EXPECT_EQ(form.Xml(), c.xml);
-    // Fields stay, and no window is needed.
-    EXPECT_EQ(dlg.strActionURL, c.url);
     EXPECT_TRUE(dlg.mvarModified);
-    EXPECT_FALSE(dlg.Loaded());
   }
-  EXPECT_TRUE(ui.boxes.empty());
 }
 
 // --- the dialog in use -------------------------------------------------------
 
-// A change, none, and the hidden controls are scenarios
-// (stored-form-options.json, action-options-from-wizard.json): what counts
-// is the value, not that something was typed.
+// OK compares values, not input: undone edits and an emptied placeholder
+// URL are no change. A change, none, and the hidden controls are scenarios
+// (stored-form-options.json, action-options-from-wizard.json).
 TEST_F(ActionOptionsTest, OkComparesValuesNotInput) {
-  const PersonUi::Script undone[] = {
-      [](tk::Form& f) {
-        Do(f, Kind::kType, "txtEmailAddr", "xy");
-        Do(f, Kind::kBackspace, "txtEmailAddr");
-        Do(f, Kind::kBackspace, "txtEmailAddr");
-      },
-      [](tk::Form& f) {
-        Click(f, "optFormatCSV");
-        Click(f, "optFormatHumanReadable");
-      },
-  };
-  for (const auto& act : undone) {
-    Reset();
-    Open(kMailForm);
-    Show([&](tk::Form& f) {
-      act(f);
-      Click(f, "cmdOK");
-      EXPECT_FALSE(f.Shown());
-    });
-    EXPECT_TRUE(dlg.Loaded());
-    EXPECT_EQ(dlg.mvarResult, 1);
-    EXPECT_FALSE(dlg.mvarModified);
-    EXPECT_EQ(dlg.strEmailAddr, "a@b");
-    EXPECT_EQ(dlg.strEmailSubj, "S");
-    EXPECT_TRUE(dlg.bHumanReadable);
-    EXPECT_TRUE(dlg.bSendEmail);
-    EXPECT_EQ(dlg.strActionURL, "http://");
-  }
-}
-
-TEST_F(ActionOptionsTest, EmptyingThePlaceholderUrlIsNoChange) {
   const struct {
-    const char* field;
+    const char* url;  // the field before, then the box's text if set
     const char* box;
     bool modified;
     const char* after;
   } cases[] = {
+      {"http://", nullptr, false, "http://"},
       {"http://", "", false, "http://"},
       {"/cgi", "", true, ""},
       {"", "http://", true, "http://"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.field) + " -> " + c.box);
+    SCOPED_TRACE(std::string(c.url) + " -> " + (c.box ? c.box : "-"));
     Reset();
-    dlg.Load();
-    dlg.strActionURL = c.field;
+    Open(kMailForm);
+    dlg.strActionURL = c.url;
     dlg.RefreshControls();
-    C("txtActionURL").SetText(c.box);
-    Show([](tk::Form& f) { Click(f, "cmdOK"); });
+    if (c.box) C("txtActionURL").SetText(c.box);
+    Show([&](tk::Form& f) {
+      Do(f, Kind::kType, "txtEmailAddr", "x");
+      Do(f, Kind::kBackspace, "txtEmailAddr");
+      Click(f, "optFormatCSV");
+      Click(f, "optFormatHumanReadable");
+      Click(f, "cmdOK");
+      EXPECT_FALSE(f.Shown());
+    });
     EXPECT_EQ(dlg.mvarResult, 1);
     EXPECT_EQ(dlg.mvarModified, c.modified);
-    EXPECT_EQ(dlg.strActionURL, c.after);
+    EXPECT_EQ(Fields(), std::string("mail|") + c.after + "|/mail|a@b|S|human");
   }
 }
 
@@ -364,10 +306,7 @@ TEST_F(ActionOptionsTest, CancelAndTheCloseBoxRestoreTheControls) {
     EXPECT_TRUE(dlg.Loaded());
     EXPECT_EQ(dlg.mvarResult, 2);
     EXPECT_FALSE(dlg.mvarModified);
-    EXPECT_EQ(dlg.strEmailAddr, "a@b");
-    EXPECT_EQ(dlg.strEmailSubj, "S");
-    EXPECT_FALSE(dlg.bSendEmail);
-    EXPECT_FALSE(dlg.bHumanReadable);
+    EXPECT_EQ(Fields(), "custom|/cgi/x|/mail|a@b|S|csv");
     ExpectControlsShowTheFields();
   }
 }
@@ -377,43 +316,14 @@ TEST_F(ActionOptionsTest, RefreshAfterUnloadReloadsAndFormLoadResetsThree) {
   dlg.mvarResult = 1;
   dlg.bInUse = true;
   dlg.Unload();
-  // The fields outlive the window.
-  EXPECT_FALSE(dlg.bSendEmail);
-  EXPECT_EQ(dlg.strEmailAddr, "a@b");
-  // The first touch of a control loads the window again.
+  // The first touch of a control loads the window again; Form_Load resets
+  // three fields and the others outlive the window.
   dlg.RefreshControls();
   EXPECT_TRUE(dlg.Loaded());
-  EXPECT_TRUE(dlg.bSendEmail);
-  EXPECT_TRUE(dlg.bHumanReadable);
-  EXPECT_EQ(dlg.strEmailAddr, "");
-  EXPECT_EQ(dlg.strEmailSubj, "S");
-  EXPECT_EQ(dlg.strActionURL, "/cgi/x");
-  EXPECT_EQ(dlg.strDefActionURL, "/mail");
+  EXPECT_EQ(Fields(), "mail|/cgi/x|/mail||S|human");
   EXPECT_EQ(dlg.mvarResult, 1);
   EXPECT_TRUE(dlg.bInUse);
   ExpectControlsShowTheFields();
-}
-
-TEST_F(ActionOptionsTest, ACustomActionLeavesOnlyOkAndCancel) {
-  KelXmlElement form = Open(kCustomCsvForm);
-  // cmdActionOptions_Click's way: address in, refresh, show.
-  dlg.strEmailAddr = "w@x";
-  dlg.RefreshControls();
-  Show([](tk::Form& f) {
-    EXPECT_EQ(Do(f, Kind::kType, "txtEmailAddr", "z").why, "disabled");
-    EXPECT_EQ(Click(f, "optFormatHumanReadable").why, "disabled");
-    EXPECT_EQ(Do(f, Kind::kType, "txtActionURL", "z").why, "hidden");
-    EXPECT_EQ(Click(f, "optActionEmail").why, "hidden");
-    Click(f, "cmdOK");
-  });
-  EXPECT_EQ(dlg.mvarResult, 1);
-  EXPECT_FALSE(dlg.mvarModified);
-  EXPECT_EQ(dlg.strEmailAddr, "w@x");
-  EXPECT_FALSE(dlg.bSendEmail);
-  EXPECT_FALSE(dlg.bHumanReadable);
-  EXPECT_TRUE(dlg.GotValidFormAction());
-  dlg.SetOptionsIntoForm(form);
-  EXPECT_EQ(form.GetAttribute("action"), "/cgi/x");
 }
 
 }  // namespace

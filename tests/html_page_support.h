@@ -40,16 +40,12 @@ inline std::string ToolPath(const char* name, const char* built_in) {
 // A fresh folder, removed with this.
 class ScratchDir {
  public:
-  ScratchDir() {
-    std::string name =
-        (fs::temp_directory_path() / "formwiz-html-XXXXXX").string();
+  ScratchDir() : path_(fs::temp_directory_path() / "formwiz-html-XXXXXX") {
+    std::string name = path_.string();
     if (mkdtemp(name.data()) == nullptr) ADD_FAILURE() << "mkdtemp failed";
     path_ = name;
   }
-  ~ScratchDir() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
+  ~ScratchDir() { fs::remove_all(path_, ignored_); }
   const fs::path& path() const { return path_; }
   fs::path Write(const std::string& name, std::string_view text) const {
     std::ofstream(path_ / name, std::ios::binary) << text;
@@ -58,6 +54,7 @@ class ScratchDir {
 
  private:
   fs::path path_;
+  std::error_code ignored_;
 };
 
 struct RunResult {
@@ -90,42 +87,26 @@ inline RunResult RunBounded(int seconds, std::vector<std::string> argv,
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(out), Slurp(err)};
 }
 
-// A person's actions, as `formwiz page insert --script` takes them.
-inline Json Act(const char* action, const char* control) {
-  Json step;
-  step["do"] = action;
-  step["control"] = control;
-  return step;
-}
-inline Json Type(const char* control, const std::string& text) {
-  Json step = Act("type", control);
-  step["text"] = text;
-  return step;
-}
-inline Json Select(int row) {
-  Json step = Act("select", "lstFields");
-  step["row"] = row;
-  return step;
+// A person's actions, as `formwiz page insert --script` takes them: each
+// row is the action, the control and the text typed or the row selected.
+inline Json Steps(const std::vector<std::vector<std::string>>& rows) {
+  Json steps = Json::array();
+  for (const auto& row : rows) {
+    Json step = {{"do", row[0]}, {"control", row[1]}};
+    if (row[0] == "select") step["row"] = std::stoi(row[2]);
+    if (row[0] == "type") step["text"] = row[2];
+    steps.push_back(step);
+  }
+  return steps;
 }
 
 // Picks form choice `choice` of the bundled orb, gives an address and
 // finishes, leaving everything else as offered.
 inline Json ChoiceSteps(int choice) {
-  const std::string option = "optForm(" + std::to_string(choice) + ")";
-  return Json::array({Act("click", option.c_str()), Act("click", "cmdNav(3)"),
-                      Type("txtEmailAddr", "me@example.org"),
-                      Act("click", "cmdNav(4)")});
-}
-
-// The person's actions of examples/new-form.json.
-inline Json ExampleSteps() {
-  Json steps = Json::array();
-  for (const Json& step :
-       Json::parse(Slurp(fs::path(FORMWIZ_SOURCE_DIR) / "examples" /
-                         "new-form.json"))["steps"]) {
-    if (!step.contains("call")) steps.push_back(step);
-  }
-  return steps;
+  return Steps({{"click", "optForm(" + std::to_string(choice) + ")"},
+                {"click", "cmdNav(3)"},
+                {"type", "txtEmailAddr", "me@example.org"},
+                {"click", "cmdNav(4)"}});
 }
 
 // Typed into the wizard, each would change the page if it ran or became
@@ -142,18 +123,29 @@ inline const std::string kResponse =
 // Subject. The included fields end in the order kName, Email, Comments,
 // Subject.
 inline Json HostileSteps() {
-  return Json::array(
-      {Act("click", "optForm(0)"), Act("click", "cmdNav(3)"),
-       Type("txtEmailAddr", "me@example.org"), Act("click", "cmdNav(3)"),
-       Act("clear", "txtResponse"), Type("txtResponse", kResponse),
-       Act("click", "cmdNav(3)"), Select(0), Act("clear", "txtFieldName"),
-       Type("txtFieldName", kName), Act("clear", "txtFieldPrompt"),
-       Type("txtFieldPrompt", kPrompt), Select(5), Act("click", "cmdShift(0)"),
-       Act("click", "cmdShift(0)"), Act("click", "cmdNav(4)")});
+  // clang-format off
+  return Steps({
+      {"click", "optForm(0)"}, {"click", "cmdNav(3)"},
+      {"type", "txtEmailAddr", "me@example.org"}, {"click", "cmdNav(3)"},
+      {"clear", "txtResponse"}, {"type", "txtResponse", kResponse},
+      {"click", "cmdNav(3)"}, {"select", "lstFields", "0"},
+      {"clear", "txtFieldName"}, {"type", "txtFieldName", kName},
+      {"clear", "txtFieldPrompt"}, {"type", "txtFieldPrompt", kPrompt},
+      {"select", "lstFields", "5"}, {"click", "cmdShift(0)"},
+      {"click", "cmdShift(0)"}, {"click", "cmdNav(4)"}});
+  // clang-format on
 }
 
 // The formwiz program that ctest names; empty when run otherwise.
 inline std::string FormwizBin() { return ToolPath("FORMWIZ_BIN", ""); }
+
+// Why a check that runs `tool` (and formwiz) cannot run here, or empty.
+inline std::string Missing(const std::string& tool) {
+  if (tool.empty()) return "the sanitizer build leaves this check out";
+  if (access(tool.c_str(), R_OK) != 0) return tool + " is absent: not run";
+  if (FormwizBin().empty()) return "FORMWIZ_BIN is not set; run through ctest";
+  return "";
+}
 
 // Makes page `name` in `dir`: a new page, the bundled orb inserted with the
 // person's `steps`, exported. Gives the exported file, or an empty path

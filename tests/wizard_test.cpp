@@ -83,7 +83,6 @@ class WizardTest : public ::testing::Test {
 TEST_F(WizardTest, FormChoiceSetsDescriptionResponseAndSubject) {
   Start(true);
   for (tk::Control* c : wiz.Controls()) EXPECT_FALSE(c->IsDefault());
-  EXPECT_TRUE(wiz.Ctl("optForm", 0).Value());
   auto choice = [&] {
     return std::to_string(wiz.nFormIndex) + Desc() + Text("txtResponse") +
            opts.strEmailSubj;
@@ -143,35 +142,8 @@ TEST_F(WizardTest, NextBackAndFinishFollowTheAddress) {
 
 // What Finish writes into the form, in its order, is a scenario
 // (stored-definition-reopened.json); so are the Results of Cancel, Escape
-// and the close box on each step, with nothing written
-// (cancel-on-each-step.json).
-TEST_F(WizardTest, CancelAndCloseUnloadEveryRunFromResultZero) {
-  struct Case {
-    Kind kind;
-    int key;
-    int result;
-  };
-  // Escape first: the close box after it still leaves 0.
-  const Case cases[] = {{Kind::kKey, tk::kKeyEscape, 2}, {Kind::kClose, 0, 0}};
-  for (const Case& c : cases) {
-    wiz.Unload();
-    wiz.Load();
-    EXPECT_EQ(wiz.Result(), 0);
-    EXPECT_EQ(wiz.nFormIndex, 0);
-    impl = FindElementInXml(Definition(), "impl");
-    wiz.SetFromScratch(true);
-    wiz.SetImpl(impl);
-    Run([&](tk::Form& f) {
-      Click(f, "cmdNav(3)");
-      Do(f, Kind::kType, "txtEmailAddr", "me@example.org");
-      Do(f, c.kind, "", "", c.key);
-    });
-    EXPECT_EQ(wiz.Result(), c.result);
-    EXPECT_FALSE(wiz.Loaded());
-    EXPECT_FALSE(opts.Loaded());
-    EXPECT_TRUE(wiz.elemImpl.IsNull());
-  }
-}
+// and the close box on each step, one run after another, with nothing
+// written (cancel-on-each-step.json). Cancel ends the run below.
 
 // Everything a person can see of the dialog.
 std::string Screen(const tk::Form& form) {
@@ -184,7 +156,7 @@ std::string Screen(const tk::Form& form) {
   return s;
 }
 
-TEST_F(WizardTest, F1AndHandlerFailuresLeaveTheDialogAsItWas) {
+TEST_F(WizardTest, F1AndHandlerFailuresLeaveTheDialogAsItWasCancelUnloads) {
   Start(true);
   wiz.Ctl("txtResponse").on_change = [] { Raise(err::kOutOfMemory); };
   Run([&](tk::Form& f) {
@@ -204,6 +176,8 @@ TEST_F(WizardTest, F1AndHandlerFailuresLeaveTheDialogAsItWas) {
                   "Error", "Internal Error in Form Wizard: 204\r\n7: " +
                                std::string(RuntimeDescription(7))}));
   EXPECT_EQ(wiz.Result(), 2);
+  EXPECT_FALSE(wiz.Loaded() || opts.Loaded());
+  EXPECT_TRUE(wiz.elemImpl.IsNull());
 }
 
 TEST_F(WizardTest, EditReadsTheStoredFormBackOverTheDefaults) {
@@ -212,11 +186,10 @@ TEST_F(WizardTest, EditReadsTheStoredFormBackOverTheDefaults) {
                           Hidden("qln_FormIndex", "2")));
   EXPECT_TRUE(wiz.Ctl("optForm", 1).Value());
   EXPECT_EQ(wiz.nFormIndex, 2);
-  EXPECT_EQ(Text("txtResponse"), "Stored reply");
-  EXPECT_EQ(opts.strEmailSubj, "Stored subject");
+  EXPECT_EQ(Text("txtResponse") + "|" + opts.strEmailSubj,
+            "Stored reply|Stored subject");
   // Finish is allowed although the stored form has no address.
   EXPECT_EQ(Nav(), "3:B-F");
-  EXPECT_EQ(wiz.Ctl("lstFields").ListCount(), 1);
   Run([&](tk::Form& f) {
     Click(f, "cmdNav(2)");
     Click(f, "cmdNav(2)");
@@ -232,7 +205,6 @@ TEST_F(WizardTest, EditReadsTheStoredFormBackOverTheDefaults) {
   EXPECT_EQ(wiz.nFormIndex, 0);
   EXPECT_EQ(Desc(), "Description of form");
   EXPECT_EQ(Text("txtEmailAddr"), "a@b");
-  EXPECT_EQ(Nav(), "3:B-F");
 
   // An index with no option fails into the caller's trap.
   EXPECT_THROW(Start(false, Definition(Hidden("qln_FormIndex", "3"))), Failure);
@@ -254,8 +226,8 @@ TEST_F(WizardTest, AStoredScriptActionShowsOnceTheOptionsDialogClosed) {
     Click(f, "cmdActionOptions");
     EXPECT_EQ(wiz.Ctl("lblActionDesc").Caption(),
               LoadResString(kStrActionCustom));
-    EXPECT_FALSE(wiz.Ctl("lblEmailAddr").Visible());
-    EXPECT_FALSE(wiz.Ctl("txtEmailAddr").Visible());
+    EXPECT_FALSE(wiz.Ctl("lblEmailAddr").Visible() ||
+                 wiz.Ctl("txtEmailAddr").Visible());
     EXPECT_EQ(Nav(), "1:BNF");
   });
 }

@@ -12,7 +12,6 @@
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
-#include <QRadioButton>
 #include <QTest>
 #include <QTimer>
 #include <algorithm>
@@ -38,13 +37,12 @@ namespace {
 class Person {
  public:
   using Act = std::function<void(FormView&)>;
+  // Looks for the first step once the event loop runs: in the modal show.
+  Person() {
+    QTimer::singleShot(0, &context_, [this] { Poll(); });
+  }
   void At(std::string dialog, Act act) {
     steps_.push_back({std::move(dialog), std::move(act)});
-  }
-  // Starts looking for the first step; call before the modal show.
-  void Start() {
-    deadline_ = QDeadlineTimer(10000);
-    QTimer::singleShot(0, &context_, [this] { Poll(); });
   }
   bool Done() const { return steps_.empty(); }
 
@@ -77,7 +75,7 @@ class Person {
   }
   std::deque<Step> steps_;
   std::vector<FormView*> acting_;
-  QDeadlineTimer deadline_;
+  QDeadlineTimer deadline_{10000};
   // Owns the polling timers: they die with the person, so none fires into a
   // later test.
   QObject context_;
@@ -104,59 +102,18 @@ void Shot(FormView& view, const char* name) {
   EXPECT_TRUE(view.grab().save(QString(FORMWIZ_SHOT_DIR "/") + name + ".png"));
 }
 
-std::string Orb() {
-  std::ifstream file(FORMWIZ_SOURCE_DIR "/orbs/form/form.qlo");
+KelXmlElement OrbImpl() {
   std::stringstream text;
-  text << file.rdbuf();
-  return text.str();
+  text << std::ifstream(FORMWIZ_SOURCE_DIR "/orbs/form/form.qlo").rdbuf();
+  return FindElementInXml(text.str(), "impl");
 }
 
-class QtUiTest : public ::testing::Test {
- protected:
-  QtUiTest() { page->RegisterRoles(); }
-  ~QtUiTest() override {
-    frmWizard::Instance().Unload();
-    frmActionOptions::Instance().Unload();
-  }
+TEST(QtUiTest, InsertThroughTheWidgetsThenReopenAndCancel) {
   QtUi ui;
   ScopedUi scoped{ui};
-  std::shared_ptr<host::PageDocument> page =
-      std::make_shared<host::PageDocument>();
+  const auto page = std::make_shared<host::PageDocument>();
+  page->RegisterRoles();
   Person person;
-};
-
-TEST_F(QtUiTest, OptionsDialogKeysAndTypedLimit) {
-  frmActionOptions& options = frmActionOptions::Instance();
-  options.Load();
-  // Longer than a person may type: what the program sets is never cut.
-  options.strEmailAddr = std::string(300, 'x');
-  options.RefreshControls();
-  person.At("frmActionOptions", [&](FormView& view) {
-    auto* addr = Get<QLineEdit>(view, "txtEmailAddr");
-    EXPECT_EQ(addr->text().size(), 300);
-    addr->setFocus();
-    addr->selectAll();
-    QTest::keyClicks(addr, QString(260, 'a'));
-    EXPECT_EQ(options.Ctl("txtEmailAddr").Text(), std::string(256, 'a'));
-    EXPECT_EQ(addr->text().toStdString(), std::string(256, 'a'));
-    // A full box takes nothing in the middle either.
-    addr->setCursorPosition(10);
-    QTest::keyClick(addr, 'b');
-    EXPECT_EQ(addr->text().toStdString(), std::string(256, 'a'));
-
-    QTest::keyClick(addr, Qt::Key_Escape);  // no cancel button here
-    EXPECT_TRUE(options.Shown());
-    EXPECT_TRUE(view.isVisible());
-    QTest::keyClick(addr, Qt::Key_Return);  // OK is the default
-  });
-  person.Start();
-  options.ShowModal(nullptr);
-  EXPECT_TRUE(person.Done());
-  EXPECT_EQ(options.mvarResult, 1);
-  EXPECT_EQ(options.strEmailAddr, std::string(256, 'a'));
-}
-
-TEST_F(QtUiTest, InsertThroughTheWidgetsThenReopenAndCancel) {
   frmWizard& wiz = frmWizard::Instance();
   person.At("frmWizard", [&](FormView& view) {
     Shot(view, "wizard-step1-form");
@@ -200,12 +157,22 @@ TEST_F(QtUiTest, InsertThroughTheWidgetsThenReopenAndCancel) {
     Shot(view, "wizard-step4-fields");
     Click(view, "cmdNav(4)");
   });
+  const std::string typed(256, 'a');
   person.At("frmActionOptions", [&](FormView& view) {
-    EXPECT_EQ(Get<QLineEdit>(view, "txtEmailAddr")->text(), "me@example.org");
+    auto* addr = Get<QLineEdit>(view, "txtEmailAddr");
+    EXPECT_EQ(addr->text(), "me@example.org");
     Shot(view, "action-options");
-    QTest::keyClick(&view, Qt::Key_Escape);
+    // Typing stops at the limit, in the middle of a full box too.
+    addr->setFocus();
+    addr->selectAll();
+    QTest::keyClicks(addr, QString(260, 'a'));
+    addr->setCursorPosition(10);
+    QTest::keyClick(addr, 'b');
+    EXPECT_EQ(addr->text().toStdString(), typed);
+    EXPECT_EQ(frmActionOptions::Instance().Ctl("txtEmailAddr").Text(), typed);
+    QTest::keyClick(&view, Qt::Key_Escape);  // no cancel button here
     EXPECT_TRUE(view.isVisible());
-    QTest::keyClick(&view, Qt::Key_Return);
+    QTest::keyClick(&view, Qt::Key_Return);  // OK is the default
   });
   person.At("frmWizard", [&](FormView& view) {
     // The edit opens on the last step.
@@ -213,17 +180,16 @@ TEST_F(QtUiTest, InsertThroughTheWidgetsThenReopenAndCancel) {
     EXPECT_FALSE(Get<QWidget>(view, "fraStep(0)")->isVisible());
     QTest::keyClick(&view, Qt::Key_Escape);  // presses Cancel
   });
-  person.Start();
 
   clsFormWiz inserter;
-  inserter.SetImpl(FindElementInXml(Orb(), "impl"));
+  inserter.SetImpl(OrbImpl());
   inserter.SetPath(FORMWIZ_SOURCE_DIR "/orbs/form");
   inserter.OnCommand(page, 0, "");
   EXPECT_EQ(inserter.Result(), kResultFinished);
   ASSERT_EQ(page->objects.size(), 1u);
   const auto object = page->objects[0];
   const std::string html = object->html_source.value_or("");
-  EXPECT_NE(html.find("me@example.org"), std::string::npos);
+  EXPECT_NE(html.find(typed), std::string::npos);
   EXPECT_NE(html.find("Your street"), std::string::npos);
 
   clsFormWiz opener;
