@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "component/utils.h"
 #include "component_test_support.h"
 
 namespace formwiz {

@@ -2,11 +2,6 @@
 // definition, its HTML, its display name and, for a new object, its picture.
 #include "component/commit.h"
 
-#include <locale.h>
-#include <stdlib.h>
-
-#include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -84,67 +79,7 @@ void UpdateItemGuarded(std::shared_ptr<PageItem> item) {
   item.reset();
 }
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
-// The part of `text` that the runtime reads as a number: blanks anywhere are
-// passed over, then come an optional sign, digits with an optional decimal
-// point, and an exponent (E or D) when digits follow it; reading stops at the
-// first character that does not fit. Empty when no digit comes.
-std::string NumberPrefix(std::string_view text) {
-  std::string s;
-  for (char c : text) {
-    if (c != ' ' && c != '\t' && c != '\n' && c != '\r') s += c;
-  }
-  size_t i = 0;
-  auto skip_digits = [&] {
-    const size_t start = i;
-    while (i < s.size() && IsDigit(s[i])) ++i;
-    return i - start;
-  };
-  if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
-  size_t mantissa_digits = skip_digits();
-  if (i < s.size() && s[i] == '.') {
-    ++i;
-    mantissa_digits += skip_digits();
-  }
-  if (mantissa_digits == 0) return {};
-  std::string prefix = s.substr(0, i);
-  if (i < s.size() &&
-      std::string_view("eEdD").find(s[i]) != std::string_view::npos) {
-    const size_t exponent = ++i;
-    if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
-    if (skip_digits() > 0) {
-      prefix += 'e';
-      prefix.append(s, exponent, i - exponent);
-    }
-  }
-  return prefix;
-}
-
-// `number` as a double, with "." as the decimal point whatever locale the
-// process runs in: a host that sets the user's locale must not turn "1.5"
-// into 1.
-double ParseDecimal(const std::string& number) {
-  static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", nullptr);
-  return strtod_l(number.c_str(), nullptr, c_locale);
-}
-
 }  // namespace
-
-int16_t ReadFormIndex(const KelXmlNode& form) {
-  const std::string number =
-      NumberPrefix(GetHiddenField(form, "qln_FormIndex"));
-  // Far too many digits read as infinity, which fails the range test below;
-  // far too small a value reads as 0.
-  const double value = number.empty() ? 0 : ParseDecimal(number);
-  // Rounded half to even, as the runtime rounds into an integer.
-  const double rounded = std::nearbyint(value);
-  if (!(rounded >= std::numeric_limits<int16_t>::min() &&
-        rounded <= std::numeric_limits<int16_t>::max())) {
-    Raise(err::kOverflow);
-  }
-  return static_cast<int16_t>(rounded);
-}
 
 std::string FinishFormHtml(const KelXmlElement& form) {
   // Both report their own failures, and the HTML is written regardless: at

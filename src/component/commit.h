@@ -16,8 +16,4 @@ namespace formwiz {
 // rest is raised to the caller's trap.
 std::string FinishFormHtml(const KelXmlElement& form);
 
-// The form index stored in qln_FormIndex: its leading digits, 0 when there
-// are none. A value that does not fit 16 bits raises Failure 6.
-int16_t ReadFormIndex(const KelXmlNode& form);
-
 }  // namespace formwiz

@@ -41,6 +41,12 @@ std::string GetHiddenField(const KelXmlNode& elem, std::string_view name);
 void SetHiddenField(const KelXmlElement& elem, std::string_view name,
                     std::string_view value, bool bNoEndTag);
 
+// The form index stored in the hidden field qln_FormIndex of `form`, read
+// as the runtime reads a number from text (its leading number, 0 when there
+// is none) and rounded. A value that does not fit 16 bits raises Failure 6.
+// The commit and the wizard's reopening both read it so.
+int16_t ReadFormIndex(const KelXmlNode& form);
+
 // Internal error codes, by the operation that reports them.
 namespace code {
 inline constexpr int32_t kNoSelection = 101;

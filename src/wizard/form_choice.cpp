@@ -3,7 +3,6 @@
 // dialog.
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -20,19 +19,6 @@ namespace {
 // its form choices in this order. A definition with fewer leaves an option
 // without description and defaults; with more, the rest cannot be chosen.
 constexpr const char* kFormCaptions[] = {"Comment Form", "Request Form"};
-
-// The stored form index. Only the wizard writes it, in plain decimal digits,
-// so only leading digits are read: text without them counts as 0, which
-// names no option, and a value past 16 bits is an overflow.
-int16_t StoredFormIndex(const std::string& text) {
-  int32_t value = 0;
-  for (const char c : text) {
-    if (c < '0' || c > '9') break;
-    value = value * 10 + (c - '0');
-    if (value > std::numeric_limits<int16_t>::max()) Raise(err::kOverflow);
-  }
-  return static_cast<int16_t>(value);
-}
 
 // Entry `index` of a 1-based collection; null when there is none.
 KelXmlNode Entry(const std::vector<KelXmlNode>& col, int index) {
@@ -101,7 +87,7 @@ void frmWizard::LoadExistingSettings(const KelXmlNode& nodeForm) {
   frmActionOptions& options = frmActionOptions::Instance();
   const std::string stored = GetHiddenField(nodeForm, "qln_FormIndex");
   if (!stored.empty()) {
-    const int option_index = StoredFormIndex(stored) - 1;
+    const int option_index = ReadFormIndex(nodeForm) - 1;
     nFormIndex = static_cast<int16_t>(option_index + 1);
     // The Click handler sets the choice's defaults; an index with no option
     // fails here, into the caller's trap.
