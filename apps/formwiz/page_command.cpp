@@ -115,8 +115,10 @@ bool SavePage(const std::string& file, const host::Page& page) {
   return ok;
 }
 
-// The person's actions: a JSON list of the `do` steps of a script. The calls
-// are the command's own, so a `call` step is refused here; the rest is
+// The person's actions: a JSON list of the `do` steps of a script, or a
+// whole `formwiz script` file that makes one call, whose `do` steps are
+// taken (its host part is not used: the page is the host). The calls are the
+// command's own, so any other `call` step is refused here; the rest is
 // checked by the script reader, with its messages.
 std::optional<std::vector<script::Step>> LoadSteps(const std::string& file) {
   std::string error;
@@ -128,6 +130,13 @@ std::optional<std::vector<script::Step>> LoadSteps(const std::string& file) {
   Json steps = Json::parse(*text, nullptr, false);
   try {
     if (steps.is_discarded()) throw script::ScriptError("not valid JSON");
+    if (steps.is_object() && steps.contains("steps") &&
+        steps["steps"].is_array() && !steps["steps"].empty() &&
+        steps["steps"][0].is_object() && steps["steps"][0].contains("call")) {
+      Json rest = std::move(steps["steps"]);
+      rest.erase(rest.begin());
+      steps = std::move(rest);
+    }
     if (!steps.is_array()) {
       throw script::ScriptError("expected a JSON list of do steps");
     }
