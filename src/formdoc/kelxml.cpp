@@ -1,6 +1,7 @@
 #include "formdoc/kelxml.h"
 
 #include <utility>
+#include <vector>
 
 #include "component/failure.h"
 #include "formdoc/kelxml_node.h"
@@ -8,78 +9,84 @@
 namespace formwiz {
 namespace detail {
 
-Node::~Node() {
+void Destroy(Counted* counted) {
+  Node* top = static_cast<Node*>(counted);
+  // A node that dies is detached: only a linked node has a next sibling.
+  if (!top->first_child) {
+    delete top;
+    return;
+  }
   // Iterative, so that neither a deep tree nor a long row of siblings can
-  // exhaust the stack: every node that dies with us hands its own children
-  // to the work list first.
-  std::vector<std::shared_ptr<Node>> work;
-  auto release_children = [&work](Node& n) {
-    std::shared_ptr<Node> child = std::move(n.first_child);
-    n.last_child = nullptr;
-    while (child) {
+  // exhaust the stack: every node that dies lets go of each of its children,
+  // which comes out detached, and those that nobody else holds die next.
+  std::vector<Node*> dying{top};
+  while (!dying.empty()) {
+    Node* n = dying.back();
+    dying.pop_back();
+    n->last_child = nullptr;
+    Node* child = n->first_child.release();
+    while (child != nullptr) {
+      Node* next = child->next_sibling.release();
       child->parent = nullptr;
       child->prev_sibling = nullptr;
-      std::shared_ptr<Node> next = std::move(child->next_sibling);
-      work.push_back(std::move(child));
-      child = std::move(next);
+      if (--child->refs == 0) dying.push_back(child);
+      child = next;
     }
-  };
-  release_children(*this);
-  while (!work.empty()) {
-    std::shared_ptr<Node> n = std::move(work.back());
-    work.pop_back();
-    if (n.use_count() == 1) release_children(*n);
+    delete n;
   }
 }
 
-std::shared_ptr<Node>& Node::OwningSlot() {
+NodeRef& Node::OwningSlot() {
   return prev_sibling ? prev_sibling->next_sibling : parent->first_child;
 }
 
-void Node::Link(std::shared_ptr<Node> child, Node* ref) {
+void Node::Link(NodeRef child, Node* ref) {
   Node* raw = child.get();
   raw->parent = this;
   if (ref == nullptr) {
     raw->prev_sibling = last_child;
-    std::shared_ptr<Node>& slot =
-        last_child ? last_child->next_sibling : first_child;
+    NodeRef& slot = last_child ? last_child->next_sibling : first_child;
     slot = std::move(child);
     last_child = raw;
     return;
   }
-  std::shared_ptr<Node>& slot = ref->OwningSlot();
+  NodeRef& slot = ref->OwningSlot();
   raw->prev_sibling = ref->prev_sibling;
   raw->next_sibling = std::move(slot);  // takes over ownership of ref
   ref->prev_sibling = raw;
   slot = std::move(child);
 }
 
-void Node::Unlink(const std::shared_ptr<Node>& self) {
+void Node::Unlink() {
   Node* p = parent;
   if (p == nullptr) return;
-  std::shared_ptr<Node>& slot = OwningSlot();
+  NodeRef& slot = OwningSlot();
   if (next_sibling) {
     next_sibling->prev_sibling = prev_sibling;
   } else {
     p->last_child = prev_sibling;
   }
-  // `self` keeps this node alive while the slot lets go of it.
+  // The caller's handle keeps this node alive while the slot lets go of it.
   slot = std::move(next_sibling);
   parent = nullptr;
   prev_sibling = nullptr;
-  (void)self;
 }
 
-Attr* Node::FindAttr(std::string_view attr_name) const {
-  for (const auto& a : attrs) {
-    if (a->name == attr_name) return a.get();
+Attr* Node::FindAttr(std::string_view attr_name) {
+  for (Attr& a : attrs) {
+    if (a.name == attr_name) return &a;
   }
   return nullptr;
+}
+
+const Attr* Node::FindAttr(std::string_view attr_name) const {
+  return const_cast<Node*>(this)->FindAttr(attr_name);
 }
 
 }  // namespace detail
 
 using detail::Node;
+using detail::NodeRef;
 
 namespace {
 
@@ -90,16 +97,13 @@ bool IsAncestorOrSelf(const Node* candidate, const Node* node) {
   return false;
 }
 
-std::shared_ptr<Node> CopyOne(const Node& source) {
-  auto copy = std::make_shared<Node>(source.type);
+NodeRef CopyOne(const Node& source) {
+  NodeRef copy = detail::NewNode(source.type);
   copy->name = source.name;
   copy->data = source.data;
   copy->explicit_end_tag = source.explicit_end_tag;
   copy->no_end_tag = source.no_end_tag;
-  copy->attrs.reserve(source.attrs.size());
-  for (const auto& a : source.attrs) {
-    copy->attrs.push_back(std::make_shared<detail::Attr>(*a));
-  }
+  copy->attrs = source.attrs;
   return copy;
 }
 
@@ -112,7 +116,7 @@ Node& KelXmlNode::Get() const {
 
 KelXmlNode KelXmlNode::CloneNode(bool deep) const {
   const Node& source = Get();
-  std::shared_ptr<Node> root = CopyOne(source);
+  NodeRef root = CopyOne(source);
   if (!deep) return KelXmlNode(root);
   // Pairs of (source, copy) whose children still have to be copied.
   std::vector<std::pair<const Node*, Node*>> work{{&source, root.get()}};
@@ -141,8 +145,8 @@ void KelXmlNode::InsertBefore(const KelXmlNode& new_child,
   Node* ref = ref_child.node_.get();
   if (ref != nullptr && ref->parent != &self) Raise(err::kInvalidArgument);
   if (ref == &child) return;  // already in that very place
-  std::shared_ptr<Node> keep = new_child.node_;
-  child.Unlink(keep);
+  NodeRef keep = new_child.node_;
+  child.Unlink();
   self.Link(std::move(keep), ref);
 }
 
@@ -150,7 +154,7 @@ KelXmlNode KelXmlNode::RemoveChild(const KelXmlNode& child) const {
   Node& self = Get();
   Node& c = child.Get();
   if (c.parent != &self) Raise(err::kInvalidArgument);
-  c.Unlink(child.node_);
+  c.Unlink();
   return child;
 }
 
@@ -165,7 +169,7 @@ KelXmlNode KelXmlNode::NextSibling() const {
 KelXmlNode KelXmlNode::ParentNode() const {
   Node* p = Get().parent;
   // A parent is alive while it has us as a child: someone holds it.
-  return p ? KelXmlNode(p->shared_from_this()) : KelXmlNode();
+  return p ? KelXmlNode(NodeRef(p)) : KelXmlNode();
 }
 
 std::string KelXmlNode::TagName() const {
@@ -213,16 +217,14 @@ std::string KelXmlNode::GetAttribute(std::string_view name) const {
 }
 
 KelXmlAttribute KelXmlNode::GetAttributeNode(std::string_view name) const {
-  for (const auto& a : Get().attrs) {
-    if (a->name == name) return KelXmlAttribute(a);
-  }
-  return {};
+  if (!Get().FindAttr(name)) return {};
+  return KelXmlAttribute(node_, std::string(name));
 }
 
 void KelXmlNode::RemoveAttribute(std::string_view name) const {
   auto& attrs = Get().attrs;
   for (auto it = attrs.begin(); it != attrs.end(); ++it) {
-    if ((*it)->name == name) {
+    if (it->name == name) {
       attrs.erase(it);
       return;
     }
@@ -237,8 +239,7 @@ void KelXmlNode::SetAttribute(std::string_view name,
     a->value = value;
     return;
   }
-  n.attrs.push_back(std::make_shared<detail::Attr>(
-      detail::Attr{std::string(name), std::string(value)}));
+  n.attrs.push_back(detail::Attr{std::string(name), std::string(value)});
 }
 
 KelXmlNodeList KelXmlNode::GetElementsByTagName(std::string_view tag) const {
@@ -248,7 +249,7 @@ KelXmlNodeList KelXmlNode::GetElementsByTagName(std::string_view tag) const {
       self,
       [&](const Node& n) {
         if (&n != &self && n.type == kElementNode && n.name == tag) {
-          list.nodes_.push_back(const_cast<Node&>(n).shared_from_this());
+          list.nodes_.emplace_back(const_cast<Node*>(&n));
         }
       },
       [](const Node&) {});
@@ -261,7 +262,7 @@ KelXmlElement::KelXmlElement(const KelXmlNode& node) : KelXmlNode(node) {
 
 KelXmlElement KelXmlElement::AppendNewElement(std::string_view tag) const {
   Node& self = Get();
-  auto child = std::make_shared<Node>(kElementNode);
+  NodeRef child = detail::NewNode(kElementNode);
   child->name = tag;
   KelXmlElement handle;
   handle.node_ = child;
@@ -284,18 +285,23 @@ std::string KelXmlText::Data() const { return Get().data; }
 void KelXmlText::SetData(std::string_view data) const { Get().data = data; }
 
 std::string KelXmlAttribute::Name() const {
-  if (!attr_) Raise(err::kObjectNotSet);
-  return attr_->name;
+  if (!element_) Raise(err::kObjectNotSet);
+  return name_;
 }
 
 std::string KelXmlAttribute::Value() const {
-  if (!attr_) Raise(err::kObjectNotSet);
-  return attr_->value;
+  if (!element_) Raise(err::kObjectNotSet);
+  const detail::Attr* a = element_->FindAttr(name_);
+  return a ? a->value : std::string();
 }
 
 void KelXmlAttribute::SetValue(std::string_view value) const {
-  if (!attr_) Raise(err::kObjectNotSet);
-  attr_->value = value;
+  if (!element_) Raise(err::kObjectNotSet);
+  if (detail::Attr* a = element_->FindAttr(name_)) {
+    a->value = value;
+  } else {
+    element_->attrs.push_back(detail::Attr{name_, std::string(value)});
+  }
 }
 
 int32_t KelXmlAttributeList::Count() const {
@@ -306,7 +312,8 @@ int32_t KelXmlAttributeList::Count() const {
 KelXmlAttribute KelXmlAttributeList::Item(int32_t index) const {
   if (!element_) Raise(err::kObjectNotSet);
   if (index < 0 || index >= Count()) return {};
-  return KelXmlAttribute(element_->attrs[static_cast<size_t>(index)]);
+  return KelXmlAttribute(element_,
+                         element_->attrs[static_cast<size_t>(index)].name);
 }
 
 KelXmlNode KelXmlNodeList::Item(int32_t index) const {
@@ -314,8 +321,7 @@ KelXmlNode KelXmlNodeList::Item(int32_t index) const {
   return KelXmlNode(nodes_[static_cast<size_t>(index)]);
 }
 
-KelXmlDocument::KelXmlDocument()
-    : root_(std::make_shared<Node>(kDocumentNode)) {}
+KelXmlDocument::KelXmlDocument() : root_(detail::NewNode(kDocumentNode)) {}
 
 KelXmlNode KelXmlDocument::Root() const { return KelXmlNode(root_); }
 

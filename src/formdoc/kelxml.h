@@ -6,19 +6,64 @@
 // tree with RemoveChild stays valid with its whole subtree for as long as a
 // handle holds it, and can be inserted anywhere again. Attributes keep their
 // order. Text nodes are real siblings and are never merged by an edit.
+//
+// Nodes count their handles themselves, without atomic operations: a tree
+// and every handle into it belong to one thread at a time, as the dialogs
+// that edit it do.
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace formwiz {
 
 namespace detail {
+
+// The count of owners that every node carries.
+struct Counted {
+  int64_t refs = 0;
+};
+
+// Frees a node whose count has dropped to zero, and with it every node that
+// only it held.
+void Destroy(Counted* node);
+
 struct Node;
-struct Attr;
+
+// An owning pointer to a node: the tree's links and every handle hold one.
+// What needs the node itself is defined with the node (kelxml_node.h).
+class NodeRef {
+ public:
+  NodeRef() = default;
+  explicit NodeRef(Node* p);
+  NodeRef(const NodeRef& other) : p_(other.p_) { Retain(); }
+  NodeRef(NodeRef&& other) noexcept : p_(std::exchange(other.p_, nullptr)) {}
+  NodeRef& operator=(NodeRef other) noexcept {
+    std::swap(p_, other.p_);
+    return *this;
+  }
+  ~NodeRef() {
+    if (p_ && --p_->refs == 0) Destroy(p_);
+  }
+
+  Node* get() const;
+  Node* operator->() const { return get(); }
+  Node& operator*() const { return *get(); }
+  explicit operator bool() const { return p_ != nullptr; }
+  bool operator==(const NodeRef& other) const { return p_ == other.p_; }
+  // Gives up ownership without dropping the count: the caller now owns it.
+  Node* release();
+
+ private:
+  void Retain() const {
+    if (p_) ++p_->refs;
+  }
+  Counted* p_ = nullptr;
+};
+
 }  // namespace detail
 
 class KelXmlAttribute;
@@ -40,8 +85,8 @@ class KelXmlNode {
   KelXmlNode() = default;
 
   // True for a null handle: "no node".
-  bool IsNull() const { return node_ == nullptr; }
-  explicit operator bool() const { return node_ != nullptr; }
+  bool IsNull() const { return !node_; }
+  explicit operator bool() const { return static_cast<bool>(node_); }
   // Two handles are equal when they name the same node (or both none).
   bool operator==(const KelXmlNode& other) const {
     return node_ == other.node_;
@@ -82,12 +127,11 @@ class KelXmlNode {
   KelXmlNodeList GetElementsByTagName(std::string_view tag) const;
 
  protected:
-  explicit KelXmlNode(std::shared_ptr<detail::Node> node)
-      : node_(std::move(node)) {}
+  explicit KelXmlNode(detail::NodeRef node) : node_(std::move(node)) {}
   // The node, or Failure 91 when the handle is null.
   detail::Node& Get() const;
 
-  std::shared_ptr<detail::Node> node_;
+  detail::NodeRef node_;
 
   friend class KelXmlDocument;
   friend class KelXmlNodeList;
@@ -119,21 +163,24 @@ class KelXmlText : public KelXmlNode {
   void SetData(std::string_view data) const;
 };
 
-// One attribute of an element.
+// One attribute of an element: the handle names the attribute of its
+// element, so after RemoveAttribute it reads empty, and SetValue adds the
+// attribute again, at the end.
 class KelXmlAttribute {
  public:
   KelXmlAttribute() = default;
-  bool IsNull() const { return attr_ == nullptr; }
-  explicit operator bool() const { return attr_ != nullptr; }
+  bool IsNull() const { return !element_; }
+  explicit operator bool() const { return static_cast<bool>(element_); }
 
   std::string Name() const;
   std::string Value() const;
   void SetValue(std::string_view value) const;
 
  private:
-  explicit KelXmlAttribute(std::shared_ptr<detail::Attr> attr)
-      : attr_(std::move(attr)) {}
-  std::shared_ptr<detail::Attr> attr_;
+  KelXmlAttribute(detail::NodeRef element, std::string name)
+      : element_(std::move(element)), name_(std::move(name)) {}
+  detail::NodeRef element_;
+  std::string name_;
 
   friend class KelXmlNode;
   friend class KelXmlAttributeList;
@@ -144,17 +191,17 @@ class KelXmlAttribute {
 class KelXmlAttributeList {
  public:
   KelXmlAttributeList() = default;
-  bool IsNull() const { return element_ == nullptr; }
-  explicit operator bool() const { return element_ != nullptr; }
+  bool IsNull() const { return !element_; }
+  explicit operator bool() const { return static_cast<bool>(element_); }
 
   int32_t Count() const;
   // The attribute at `index`; null behind the end.
   KelXmlAttribute Item(int32_t index) const;
 
  private:
-  explicit KelXmlAttributeList(std::shared_ptr<detail::Node> element)
+  explicit KelXmlAttributeList(detail::NodeRef element)
       : element_(std::move(element)) {}
-  std::shared_ptr<detail::Node> element_;
+  detail::NodeRef element_;
 
   friend class KelXmlNode;
 };
@@ -167,7 +214,7 @@ class KelXmlNodeList {
   KelXmlNode Item(int32_t index) const;
 
  private:
-  std::vector<std::shared_ptr<detail::Node>> nodes_;
+  std::vector<detail::NodeRef> nodes_;
 
   friend class KelXmlNode;
 };
@@ -191,7 +238,7 @@ class KelXmlDocument {
   KelXmlNode Root() const;
 
  private:
-  std::shared_ptr<detail::Node> root_;
+  detail::NodeRef root_;
 };
 
 // Parses `xml` as a document and gives its first element named `tag`, the

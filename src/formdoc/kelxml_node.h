@@ -2,8 +2,9 @@
 // writer. Not for use outside the tree.
 #pragma once
 
-#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "formdoc/kelxml.h"
@@ -18,45 +19,58 @@ struct Attr {
 // A node owns its first child and its next sibling; parent, previous sibling
 // and last child are plain back pointers, cleared whenever the owner lets go.
 // So a handle to any node keeps exactly that node and what follows it under
-// its parent alive; the destructor unlinks every child it owned, so a child
-// that someone still holds comes out detached.
-struct Node : std::enable_shared_from_this<Node> {
+// its parent alive; when a node dies it unlinks every child it owned, so a
+// child that someone still holds comes out detached.
+//
+// A node is one allocation with its attributes in one more: the attributes
+// live in the node, and short names and values inside their strings.
+struct Node : Counted {
   explicit Node(KelXmlNodeType t) : type(t) {}
-  ~Node();
   Node(const Node&) = delete;
   Node& operator=(const Node&) = delete;
 
   KelXmlNodeType type;
+  bool explicit_end_tag = false;
+  bool no_end_tag = false;
   // Element: tag. Processing instruction: target.
   std::string name;
   // Text, comment, processing instruction: content.
   std::string data;
-  std::vector<std::shared_ptr<Attr>> attrs;
-  bool explicit_end_tag = false;
-  bool no_end_tag = false;
+  std::vector<Attr> attrs;
 
   Node* parent = nullptr;
-  std::shared_ptr<Node> first_child;
-  std::shared_ptr<Node> next_sibling;
+  NodeRef first_child;
+  NodeRef next_sibling;
   Node* prev_sibling = nullptr;
   Node* last_child = nullptr;
 
   // Takes `child` (detached) in front of `ref` (a child of this, or null).
-  void Link(std::shared_ptr<Node> child, Node* ref);
-  // Takes this node out of its parent; the caller keeps `self` alive.
-  void Unlink(const std::shared_ptr<Node>& self);
+  void Link(NodeRef child, Node* ref);
+  // Takes this node out of its parent; the caller holds a handle to it, so
+  // it stays alive.
+  void Unlink();
   // The owning pointer of this node: held by the previous sibling or the
   // parent. Only for a node with a parent.
-  std::shared_ptr<Node>& OwningSlot();
-  // Appends a new detached node as last child and gives it back.
-  Node* Append(std::shared_ptr<Node> child) {
+  NodeRef& OwningSlot();
+  // Appends `child` (detached) as last child and gives it back.
+  Node* Append(NodeRef child) {
     Node* raw = child.get();
     Link(std::move(child), nullptr);
     return raw;
   }
 
-  Attr* FindAttr(std::string_view attr_name) const;
+  Attr* FindAttr(std::string_view attr_name);
+  const Attr* FindAttr(std::string_view attr_name) const;
 };
+
+inline NodeRef::NodeRef(Node* p) : p_(p) { Retain(); }
+inline Node* NodeRef::get() const { return static_cast<Node*>(p_); }
+inline Node* NodeRef::release() {
+  return static_cast<Node*>(std::exchange(p_, nullptr));
+}
+
+// A new detached node of that kind.
+inline NodeRef NewNode(KelXmlNodeType type) { return NodeRef(new Node(type)); }
 
 // Visits `top` and everything below it in document order without recursion,
 // so no depth of tree can exhaust the stack: `enter` before a node's

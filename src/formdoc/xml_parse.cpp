@@ -28,7 +28,7 @@ using detail::Node;
 class TreeBuilder {
  public:
   explicit TreeBuilder(XML_Parser parser)
-      : parser_(parser), root_(std::make_shared<Node>(kDocumentNode)) {
+      : parser_(parser), root_(detail::NewNode(kDocumentNode)) {
     current_ = root_.get();
     XML_SetUserData(parser, this);
     XML_SetElementHandler(parser, &TreeBuilder::OnStart, &TreeBuilder::OnEnd);
@@ -54,7 +54,7 @@ class TreeBuilder {
     return !refused_;
   }
 
-  std::shared_ptr<Node> TakeRoot() { return std::move(root_); }
+  detail::NodeRef TakeRoot() { return std::move(root_); }
 
  private:
   static TreeBuilder& Self(void* data) {
@@ -83,11 +83,13 @@ class TreeBuilder {
     TreeBuilder& self = Self(data);
     self.Guarded([&] {
       if (++self.depth_ > KelXmlDocument::kMaxDepth) return self.Refuse();
-      auto element = std::make_shared<Node>(kElementNode);
+      detail::NodeRef element = detail::NewNode(kElementNode);
       element->name = name;
-      for (const XML_Char** a = attrs; *a != nullptr; a += 2) {
-        element->attrs.push_back(
-            std::make_shared<detail::Attr>(detail::Attr{a[0], a[1]}));
+      const XML_Char** end = attrs;
+      while (*end != nullptr) end += 2;
+      element->attrs.reserve(static_cast<size_t>(end - attrs) / 2);
+      for (const XML_Char** a = attrs; a != end; a += 2) {
+        element->attrs.push_back(detail::Attr{a[0], a[1]});
       }
       self.current_ = self.current_->Append(std::move(element));
     });
@@ -106,7 +108,7 @@ class TreeBuilder {
     self.Guarded([&] {
       Node* last = self.current_->last_child;
       if (last == nullptr || last->type != kTextNode) {
-        last = self.current_->Append(std::make_shared<Node>(kTextNode));
+        last = self.current_->Append(detail::NewNode(kTextNode));
       }
       last->data.append(s, static_cast<size_t>(len));
     });
@@ -115,7 +117,7 @@ class TreeBuilder {
   static void XMLCALL OnComment(void* data, const XML_Char* text) {
     TreeBuilder& self = Self(data);
     self.Guarded([&] {
-      auto comment = std::make_shared<Node>(kCommentNode);
+      detail::NodeRef comment = detail::NewNode(kCommentNode);
       comment->data = text;
       self.current_->Append(std::move(comment));
     });
@@ -125,7 +127,7 @@ class TreeBuilder {
                            const XML_Char* text) {
     TreeBuilder& self = Self(data);
     self.Guarded([&] {
-      auto pi = std::make_shared<Node>(kProcessingInstructionNode);
+      detail::NodeRef pi = detail::NewNode(kProcessingInstructionNode);
       pi->name = target;
       pi->data = text;
       self.current_->Append(std::move(pi));
@@ -138,7 +140,7 @@ class TreeBuilder {
   }
 
   XML_Parser parser_;
-  std::shared_ptr<Node> root_;
+  detail::NodeRef root_;
   Node* current_;
   int depth_ = 0;
   bool refused_ = false;

@@ -104,9 +104,9 @@ void WriteStart(std::string& out, const Node& n) {
       out += n.name;
       for (const auto& a : n.attrs) {
         out += ' ';
-        out += a->name;
+        out += a.name;
         out += "=\"";
-        Escape(out, a->value, /*in_attribute=*/true);
+        Escape(out, a.value, /*in_attribute=*/true);
         out += '"';
       }
       out += '>';

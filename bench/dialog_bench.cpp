@@ -1,0 +1,130 @@
+// What a person does on the field step of the wizard with 10,000 fields
+// listed, each through the whole chain of events it sets off, as the dialog
+// model runs it (no window is drawn).
+#include <benchmark/benchmark.h>
+
+#include <string>
+
+#include "actionoptions/frm_action_options.h"
+#include "bench/definition.h"
+#include "bench/pipeline.h"
+#include "formdoc/kelxml.h"
+#include "toolkit/input.h"
+#include "wizard/frm_wizard.h"
+
+namespace formwiz::bench {
+namespace {
+
+constexpr int kRows = 10000;
+
+// The wizard on a stored definition of kRows fields, opened on its field
+// step with the middle row current.
+class FieldStep {
+ public:
+  FieldStep() : wiz_(frmWizard::Instance()) {
+    doc_.LoadXml(GeneratedDefinition(kRows));
+    wiz_.Unload();
+    wiz_.Load();
+    wiz_.SetFromScratch(false);
+    wiz_.SetImpl(doc_.Root().FirstChild());
+    Act(tk::UserAction::Kind::kSelect, "lstFields", kRows / 2);
+  }
+  ~FieldStep() {
+    wiz_.Unload();
+    frmActionOptions::Instance().Unload();
+  }
+  FieldStep(const FieldStep&) = delete;
+  FieldStep& operator=(const FieldStep&) = delete;
+
+  frmWizard& wiz() { return wiz_; }
+  KelXmlElement impl() const { return doc_.Root().FirstChild(); }
+  int rows() { return wiz_.Ctl("lstFields").ListCount(); }
+
+  // One action of the person; false when the dialog ignored it.
+  bool Act(tk::UserAction::Kind kind, std::string control, int row = 0,
+           std::string text = "", bool value = false) {
+    tk::UserAction action;
+    action.kind = kind;
+    action.control = std::move(control);
+    action.row = row;
+    action.text = std::move(text);
+    action.value = value;
+    return !tk::ApplyUserInput(wiz_, action).ignored;
+  }
+
+ private:
+  QuietUi quiet_;
+  KelXmlDocument doc_;
+  frmWizard& wiz_;
+};
+
+void Check(benchmark::State& state, FieldStep& step, bool acted) {
+  if (!acted) state.SkipWithError("the dialog ignored the action");
+  if (step.rows() != kRows) state.SkipWithError("rows went missing");
+}
+
+// Ticks and unticks the middle row in turn.
+void BM_TickField(benchmark::State& state) {
+  FieldStep step;
+  bool on = false;
+  for (auto _ : state) {
+    on = !on;
+    Check(
+        state, step,
+        step.Act(tk::UserAction::Kind::kCheck, "lstFields", kRows / 2, "", on));
+  }
+}
+
+// Moves the current field up and down in turn.
+void BM_MoveField(benchmark::State& state) {
+  FieldStep step;
+  int button = 1;
+  for (auto _ : state) {
+    button = 1 - button;
+    Check(state, step,
+          step.Act(tk::UserAction::Kind::kClick,
+                   "cmdShift(" + std::to_string(button) + ")"));
+  }
+}
+
+// One keystroke in the name box, typing and deleting in turn: each renames
+// the field in the tree and replaces its row.
+void BM_RenameKeystroke(benchmark::State& state) {
+  FieldStep step;
+  bool type = false;
+  for (auto _ : state) {
+    type = !type;
+    Check(state, step,
+          type ? step.Act(tk::UserAction::Kind::kType, "txtFieldName", 0, "x")
+               : step.Act(tk::UserAction::Kind::kBackspace, "txtFieldName"));
+  }
+}
+
+// Entering the step lists every field again.
+void BM_LoadFieldList(benchmark::State& state) {
+  FieldStep step;
+  for (auto _ : state) {
+    step.wiz().LoadFieldList();
+    Check(state, step, true);
+  }
+}
+
+// Opening a stored definition: the wizard takes the parsed tree, fills every
+// step from it and opens on the field step. Parsing the text is the
+// pipeline's first stage and is measured there.
+void BM_OpenStoredDefinition(benchmark::State& state) {
+  FieldStep step;
+  for (auto _ : state) {
+    step.wiz().SetImpl(step.impl());
+    Check(state, step, true);
+  }
+}
+
+BENCHMARK(BM_TickField)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MoveField)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_RenameKeystroke)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_LoadFieldList)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_OpenStoredDefinition)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+}  // namespace formwiz::bench

@@ -1,0 +1,141 @@
+// Runs the benchmarks, then measures the pipeline's peak memory and prints
+// the figures against their targets. Exits 1 when a target is missed, so a
+// run can be used as a check.
+#include <benchmark/benchmark.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "bench/definition.h"
+#include "bench/pipeline.h"
+
+namespace formwiz::bench {
+namespace {
+
+// Keeps the mean real time in seconds of every benchmark that ran, by name.
+class Recorder : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.error_occurred || run.run_type != Run::RT_Iteration ||
+          run.iterations == 0) {
+        continue;
+      }
+      seconds[run.benchmark_name()] =
+          run.real_accumulated_time / static_cast<double>(run.iterations);
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  std::map<std::string, double> seconds;
+};
+
+// A kB figure of /proc/self/status ("VmRSS", "VmHWM"); -1 when unknown.
+long StatusKb(const std::string& key) {
+  std::ifstream in("/proc/self/status");
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.rfind(key + ":", 0) == 0)
+      return std::stol(line.substr(key.size() + 1));
+  }
+  return -1;
+}
+
+// The pipeline's peak memory on a definition of `fields` fields, as a
+// multiple of the definition's size: run in a child process, so that the
+// peak resident size it reads is this run's alone. The peak counts what the
+// run adds to the resident size, beyond the definition text already held.
+// Negative when it cannot be measured.
+double PeakMemoryRatio(int fields) {
+  int fds[2];
+  if (pipe(fds) != 0) return -1;
+  const pid_t child = fork();
+  if (child < 0) return -1;
+  if (child == 0) {
+    close(fds[0]);
+    const std::string text = GeneratedDefinition(fields);
+    QuietUi quiet;
+    // Resets the peak to the present size.
+    std::ofstream("/proc/self/clear_refs") << "5";
+    const long base = StatusKb("VmRSS");
+    const bool ok = !RunPipeline(text).empty();
+    const long peak = StatusKb("VmHWM");
+    double ratio = -1;
+    if (ok && base >= 0 && peak >= base) {
+      ratio = static_cast<double>(peak - base) * 1024.0 /
+              static_cast<double>(text.size());
+    }
+    (void)!write(fds[1], &ratio, sizeof ratio);
+    _exit(0);
+  }
+  close(fds[1]);
+  double ratio = -1;
+  if (read(fds[0], &ratio, sizeof ratio) != sizeof ratio) ratio = -1;
+  close(fds[0]);
+  waitpid(child, nullptr, 0);
+  return ratio;
+}
+
+// Prints one figure against its target; false when it misses.
+bool Target(const char* what, double value, const char* unit, bool met,
+            const char* target) {
+  std::printf("  %-52s %10.3f %-4s %s (target %s)\n", what, value, unit,
+              met ? "met" : "MISSED", target);
+  return met;
+}
+
+int Summarise(const std::map<std::string, double>& s) {
+  auto get = [&s](const std::string& name) {
+    const auto it = s.find(name);
+    return it == s.end() ? -1.0 : it->second;
+  };
+  bool all = true;
+  std::printf("\nTargets\n");
+  const double ours = get("BM_Pipeline/10000");
+  const double pugi = get("BM_PugixmlReference/10000");
+  if (ours > 0 && pugi > 0) {
+    const double ratio = pugi / ours;
+    all &= Target("pipeline throughput / pugixml parse+print, 10,000", ratio,
+                  "x", ratio >= 0.5, ">= 0.5");
+  } else {
+    std::printf("  (no pugixml reference in this build)\n");
+  }
+  const double small = get("BM_Pipeline/1000");
+  const double large = get("BM_Pipeline/100000");
+  if (small > 0 && large > 0) {
+    const double growth = (large / 100000) / (small / 1000);
+    all &= Target("time per field, 100,000 fields / 1,000 fields", growth, "x",
+                  growth <= 1.3, "<= 1.3");
+  }
+  for (const char* name : {"BM_TickField", "BM_MoveField", "BM_RenameKeystroke",
+                           "BM_LoadFieldList", "BM_OpenStoredDefinition"}) {
+    const double t = get(name);
+    if (t < 0) continue;
+    all &= Target((std::string(name + 3) + ", 10,000 rows").c_str(), t * 1e3,
+                  "ms", t < 1e-3, "< 1 ms");
+  }
+  const double memory = PeakMemoryRatio(100000);
+  if (memory >= 0) {
+    all &= Target("peak memory / definition size, 100,000 fields", memory, "x",
+                  memory < 10, "< 10");
+  } else {
+    std::printf("  (peak memory could not be measured here)\n");
+  }
+  return all ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace formwiz::bench
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  formwiz::bench::Recorder recorder;
+  benchmark::RunSpecifiedBenchmarks(&recorder);
+  benchmark::Shutdown();
+  return formwiz::bench::Summarise(recorder.seconds);
+}
