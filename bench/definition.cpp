@@ -64,6 +64,13 @@ std::string GeneratedDefinition(int fields) {
   xml +=
       "    </table>\n"
       "    <input type=\"submit\" value=\"Send\"/>\n"
+      "    <input type=\"hidden\" name=\"qln_EmailTo\" "
+      "value=\"orders@example.org\"/>\n"
+      "    <input type=\"hidden\" name=\"qln_Subject\" "
+      "value=\"A comment from the web site\"/>\n"
+      "    <input type=\"hidden\" name=\"qln_OKMessage\" "
+      "value=\"Thank you.\"/>\n"
+      "    <input type=\"hidden\" name=\"qln_FormIndex\" value=\"1\"/>\n"
       "  </form>\n"
       "</impl>\n";
   return xml;

@@ -10,7 +10,8 @@ namespace formwiz::bench {
 // areas in turn, with names, prompts and sizes of realistic length, every
 // kind of included character) with the indentation and comments between
 // elements that a hand-written definition has, and a submit button behind
-// the table.
+// the table, and the hidden fields a finished wizard stores in the form
+// (the first form choice is the chosen one).
 std::string GeneratedDefinition(int fields);
 
 }  // namespace formwiz::bench

@@ -11,11 +11,14 @@
 #include "toolkit/ui.h"
 
 namespace formwiz {
+
+using std::string_view_literals::operator""sv;
 namespace {
 
 // The three tests of a hidden field, in their order: tag, type, name.
 bool IsHiddenFieldNamed(const KelXmlNode& node, std::string_view name) {
-  return node.TagName() == "input" && node.GetAttribute("type") == "hidden" &&
+  return node.TagName() == "input"sv &&
+         node.GetAttribute("type") == "hidden"sv &&
          node.GetAttribute("name") == name;
 }
 

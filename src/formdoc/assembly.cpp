@@ -8,6 +8,8 @@
 #include "formdoc/form_doc.h"
 
 namespace formwiz {
+
+using std::string_view_literals::operator""sv;
 namespace {
 
 // The placeholders whose pair depends on the field having the attribute, in
@@ -36,7 +38,7 @@ PairList BuildPairList(const KelXmlNode& node) {
 KelXmlElement FirstFormChild(const KelXmlNode& impl) {
   for (KelXmlNode child = impl.FirstChild(); child;
        child = child.NextSibling()) {
-    if (child.TagName() == "form") return child;
+    if (child.TagName() == "form"sv) return child;
   }
   return KelXmlElement();
 }
@@ -50,16 +52,16 @@ bool AssembleForm(const KelXmlNode& impl, int16_t form_index) {
     // Only an "orb" form keeps its fields in a table. The walk enters the
     // first table only, one level down, and never comes back out: nodes of
     // the form behind that table are not visited.
-    bool enter_table = form.GetAttribute("uitype") == "orb";
+    bool enter_table = form.GetAttribute("uitype") == "orb"sv;
     KelXmlNode node = form.FirstChild();
     while (node) {
       // Taken before the field is expanded, so the walk never visits what
       // the expansion puts in its place.
       KelXmlNode next = node.NextSibling();
       const std::string tag = node.TagName();
-      if (tag == "section") {
+      if (tag == "section"sv) {
         ExpandField(impl, node, form_index);
-      } else if (tag == "table" && enter_table) {
+      } else if (tag == "table"sv && enter_table) {
         next = node.FirstChild();
         enter_table = false;
       }
@@ -94,7 +96,7 @@ void ApplyTemplate(const KelXmlNode& impl, const KelXmlElement& node,
                    std::string_view templateName) {
   for (KelXmlNode child = impl.FirstChild(); child;
        child = child.NextSibling()) {
-    if (child.TagName() == "template" &&
+    if (child.TagName() == "template"sv &&
         child.GetAttribute("name") == templateName) {
       CloneChildrenInto(child, node);
       return;

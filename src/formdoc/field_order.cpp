@@ -8,6 +8,8 @@
 #include "formdoc/form_doc.h"
 
 namespace formwiz {
+
+using std::string_view_literals::operator""sv;
 namespace {
 
 // Reserved inputs carry this prefix; only the hidden and submit ones among
@@ -17,7 +19,7 @@ constexpr std::string_view kReservedPrefix = "qln_";
 bool IsDataInput(std::string_view name, std::string_view type) {
   if (name.empty()) return false;
   return !name.starts_with(kReservedPrefix) ||
-         (type != "hidden" && type != "submit");
+         (type != "hidden"sv && type != "submit"sv);
 }
 
 void Record(std::string& order, std::string_view name) {
@@ -29,13 +31,13 @@ void Record(std::string& order, std::string_view name) {
 
 void MarkAndRecord(const KelXmlElement& element, std::string& order) {
   const std::string tag = element.TagName();
-  if (tag == "input") {
+  if (tag == "input"sv) {
     element.SetNoEndTag(true);
     const std::string name = element.GetAttribute("name");
     if (IsDataInput(name, element.GetAttribute("type"))) Record(order, name);
-  } else if (tag == "br" || tag == "img") {
+  } else if (tag == "br"sv || tag == "img"sv) {
     element.SetNoEndTag(true);
-  } else if (tag == "textarea") {
+  } else if (tag == "textarea"sv) {
     // A browser reads an empty `<textarea/>` as an open one that swallows
     // the rest of the page, so it always gets its end tag.
     element.SetExplicitEndTag(true);

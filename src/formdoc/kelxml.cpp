@@ -73,8 +73,15 @@ void Node::Unlink() {
 }
 
 Attr* Node::FindAttr(std::string_view attr_name) {
+  // Compared in place, first letter first: names are a few letters long,
+  // every field of a list is asked for several, and names of one length
+  // often differ at once ("included" and "template").
+  const size_t n = attr_name.size();
   for (Attr& a : attrs) {
-    if (a.name == attr_name) return &a;
+    if (a.name.size() != n) continue;
+    size_t i = 0;
+    while (i < n && a.name[i] == attr_name[i]) ++i;
+    if (i == n) return &a;
   }
   return nullptr;
 }
@@ -214,6 +221,11 @@ std::string KelXmlNode::Text() const {
 std::string KelXmlNode::GetAttribute(std::string_view name) const {
   const detail::Attr* a = Get().FindAttr(name);
   return a ? a->value : std::string();
+}
+
+std::string_view KelXmlNode::AttributeView(std::string_view name) const {
+  const detail::Attr* a = Get().FindAttr(name);
+  return a ? std::string_view(a->value) : std::string_view();
 }
 
 KelXmlAttribute KelXmlNode::GetAttributeNode(std::string_view name) const {

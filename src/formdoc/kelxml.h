@@ -118,6 +118,9 @@ class KelXmlNode {
   std::string Text() const;
   // The value of an attribute; empty when absent or on a non-element.
   std::string GetAttribute(std::string_view name) const;
+  // The same without a copy, for loops over many nodes: valid until the
+  // attribute or its element changes.
+  std::string_view AttributeView(std::string_view name) const;
   // The attribute itself; null when absent.
   KelXmlAttribute GetAttributeNode(std::string_view name) const;
   void RemoveAttribute(std::string_view name) const;

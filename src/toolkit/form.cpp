@@ -48,6 +48,7 @@ void Form::Unload() {
   Form_Unload();
   loaded_ = false;
   shown_ = false;
+  index_.clear();
   Bury(controls_);
 }
 
@@ -66,10 +67,11 @@ void Form::Hide() { shown_ = false; }
 
 Control& Form::Ctl(std::string_view base_name, int index) {
   Load();
-  for (const auto& c : controls_) {
-    if (c->base_name() == base_name && c->index() == index) return *c;
-  }
-  Raise(err::kObjectNotSet);
+  // Handlers name their controls at every event: a list of ten thousand
+  // rows ticks them one by one, so this is a lookup, not a search.
+  const auto it = index_.find(IndexProbe(base_name, index));
+  if (it == index_.end()) Raise(err::kObjectNotSet);
+  return *it->second;
 }
 
 Control* Form::Find(std::string_view full_name) const {
@@ -101,6 +103,8 @@ Control& Form::Add(ControlKind kind, std::string base_name, int index) {
   controls_.push_back(
       std::make_unique<Control>(this, kind, std::move(base_name), index));
   Control& c = *controls_.back();
+  // Of two controls with the same name, the first one added is found.
+  index_.emplace(IndexKey(c.base_name(), index), &c);
   c.SetTabIndex(static_cast<int>(controls_.size()) - 1);
   return c;
 }

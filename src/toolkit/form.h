@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -94,6 +95,29 @@ class Form {
   bool loaded_ = false;
   bool shown_ = false;
   std::vector<std::unique_ptr<Control>> controls_;
+  // The controls by base name and index, for Ctl; looked up without making
+  // a key string.
+  using IndexKey = std::pair<std::string, int>;
+  using IndexProbe = std::pair<std::string_view, int>;
+  struct IndexHash {
+    using is_transparent = void;
+    size_t operator()(const IndexProbe& k) const {
+      return std::hash<std::string_view>()(k.first) ^
+             (static_cast<size_t>(k.second) * 0x9E3779B97F4A7C15u);
+    }
+    size_t operator()(const IndexKey& k) const {
+      return (*this)(IndexProbe(k.first, k.second));
+    }
+  };
+  struct IndexEqual {
+    using is_transparent = void;
+    template <typename A, typename B>
+    bool operator()(const A& a, const B& b) const {
+      return a.second == b.second &&
+             std::string_view(a.first) == std::string_view(b.first);
+    }
+  };
+  std::unordered_map<IndexKey, Control*, IndexHash, IndexEqual> index_;
 };
 
 }  // namespace formwiz::tk

@@ -16,6 +16,8 @@
 #include "wizard/frm_wizard.h"
 
 namespace formwiz {
+
+using std::string_view_literals::operator""sv;
 namespace {
 
 // The field at `position` (from 1) of colFields; Failure 9 for a position
@@ -119,10 +121,10 @@ void frmWizard::LoadFieldList() {
   KelXmlNode node = form.FirstChild();
   // The same walk as assembly: the children of `form` and, for an "orb"
   // form, the children of its first `table`, entered once and never left.
-  bool bEnterTable = form.GetAttribute("uitype") == "orb";
+  bool bEnterTable = form.GetAttribute("uitype") == "orb"sv;
   while (node) {
     const std::string tag = node.TagName();
-    if (tag == "section") {
+    if (tag == "section"sv) {
       const std::string name = node.GetAttribute("name");
       if (!name.empty() && !IsFieldHidden(node)) {
         lst.AddItem(name);
@@ -132,7 +134,7 @@ void frmWizard::LoadFieldList() {
         lst.SetSelected(lst.ListCount() - 1, IsFieldIncluded(node));
       }
     }
-    if (bEnterTable && tag == "table") {
+    if (bEnterTable && tag == "table"sv) {
       node = node.FirstChild();
       bEnterTable = false;
     } else {
