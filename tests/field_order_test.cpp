@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "formdoc/form_doc.h"
+#include "formdoc/kelxml.h"
 #include "toolkit/ui.h"
 
 namespace formwiz {
@@ -29,6 +30,31 @@ TEST(FieldOrderTest, RecordsDataFieldsAndMarksHtmlElements) {
             "<input name=\"Qln_z\" type=\"hidden\"><textarea name=\"a,b\">"
             "</textarea><textarea></textarea><select name=\"s\"></select>"
             "<INPUT name=\"up\"></INPUT><input type=\"submit\"></form>");
+}
+
+TEST(FieldOrderTest, FragmentsNestedBeyondTheReadersLimitAreFilledAndOrdered) {
+  // Code can nest deeper than LoadXml accepts; filling and ordering walk
+  // such a tree without recursion, and fill children before attributes.
+  constexpr int kDepth = 200000;
+  const KelXmlElement top = FindElementInXml("<div/>", "div");
+  KelXmlElement leaf = top;
+  for (int i = 1; i < kDepth; ++i) leaf = leaf.AppendNewElement("div");
+  leaf.SetAttribute("title", "[fieldprompt]");
+  leaf.InsertBefore(FindElementInXml("<t>[fieldprompt]</t>", "t").FirstChild(),
+                    {});
+  leaf.AppendNewElement("input").SetAttribute("name", "[fieldname]");
+  RecordingUi ui;
+  ScopedUi scoped(ui);
+  SubstituteInTree(top, {"[fieldname]", "Email", "[fieldprompt]", "Mail:", ""});
+  std::string order;
+  CollectFieldOrder(top, order);
+  EXPECT_TRUE(ui.boxes.empty());
+  EXPECT_EQ(order, "Email");
+  EXPECT_EQ(leaf.GetAttribute("title"), "Mail:");
+  EXPECT_EQ(top.Text(), "Mail:");
+  EXPECT_EQ(top.GetElementsByTagName("div").Count(), kDepth - 1);
+  EXPECT_EQ(leaf.Xml(),
+            "<div title=\"Mail:\">Mail:<input name=\"Email\"></div>");
 }
 
 TEST(FieldOrderTest, AFailureIsReportedAndKeepsTheOrderSoFar) {

@@ -6,6 +6,7 @@
 
 #include "component/utils.h"
 #include "formdoc/form_doc.h"
+#include "formdoc/walk.h"
 
 namespace formwiz {
 
@@ -51,14 +52,15 @@ void MarkAndRecord(const KelXmlElement& element, std::string& order) {
 
 void CollectFieldOrder(const KelXmlNode& node, std::string& order) {
   // Each node traps for itself: a failure ends this node's walk, keeps the
-  // names found so far, and the parent goes on with the next sibling.
-  Trapped(code::kFieldOrder, [&] {
-    if (node.NodeType() == kElementNode) MarkAndRecord(node, order);
-    for (KelXmlNode child = node.FirstChild(); child;
-         child = child.NextSibling()) {
-      CollectFieldOrder(child, order);
-    }
-  });
+  // names found so far, and the walk goes on with the next sibling.
+  WalkTree(
+      node,
+      [&order](const KelXmlNode& n) {
+        return Trapped(code::kFieldOrder, [&] {
+          if (n.NodeType() == kElementNode) MarkAndRecord(n, order);
+        });
+      },
+      [](const KelXmlNode&) {});
 }
 
 }  // namespace formwiz

@@ -226,8 +226,9 @@ class KelXmlNodeList {
 class KelXmlDocument {
  public:
   // Deepest element nesting LoadXml accepts. Forms nest a handful of levels;
-  // the cap keeps every recursive walk of a parsed tree far from the stack's
-  // end.
+  // a document nested deeper is refused at once instead of being built. No
+  // walk of the tree depends on it: they all work without recursion, for
+  // trees that code builds deeper than this too.
   static constexpr int kMaxDepth = 256;
 
   KelXmlDocument();

@@ -8,18 +8,13 @@
 #include "component/failure.h"
 #include "component/utils.h"
 #include "formdoc/form_doc.h"
+#include "formdoc/walk.h"
 
 namespace formwiz {
 namespace {
 
-void SubstituteInElement(const KelXmlNode& element, const PairList& pairs) {
-  // Each child traps for itself, so a failure deep down costs that one node
-  // and the rest of the fragment is still filled.
-  for (KelXmlNode child = element.FirstChild(); child;
-       child = child.NextSibling()) {
-    SubstituteInTree(child, pairs);
-  }
-  // Children before attributes. Every value is written back, changed or not.
+// Every value is written back, changed or not.
+void SubstituteInAttributes(const KelXmlNode& element, const PairList& pairs) {
   const KelXmlAttributeList attributes = element.Attributes();
   if (!attributes) return;
   const int32_t count = attributes.Count();
@@ -41,21 +36,32 @@ void SubstituteInText(const KelXmlText& text, const PairList& pairs) {
 }  // namespace
 
 void SubstituteInTree(const KelXmlNode& node, const PairList& pairs) {
-  // The recursion follows the nesting, which LoadXml caps at
-  // KelXmlDocument::kMaxDepth, so a parsed fragment cannot exhaust the stack.
-  Trapped(code::kSubstitute, [&] {
-    switch (node.NodeType()) {
-      case kElementNode:
-        SubstituteInElement(node, pairs);
-        break;
-      case kTextNode:
-        SubstituteInText(node, pairs);
-        break;
-      default:
-        // Comments and processing instructions keep their placeholders.
-        break;
-    }
-  });
+  // Each node traps for itself, so a failure deep down costs that one node
+  // and the rest of the fragment is still filled. An element's children are
+  // filled before its attributes; comments and processing instructions keep
+  // their placeholders.
+  WalkTree(
+      node,
+      [&pairs](const KelXmlNode& n) {
+        bool element = false;
+        Trapped(code::kSubstitute, [&] {
+          switch (n.NodeType()) {
+            case kElementNode:
+              element = true;
+              break;
+            case kTextNode:
+              SubstituteInText(n, pairs);
+              break;
+            default:
+              break;
+          }
+        });
+        return element;
+      },
+      [&pairs](const KelXmlNode& element) {
+        Trapped(code::kSubstitute,
+                [&] { SubstituteInAttributes(element, pairs); });
+      });
 }
 
 void ApplySubstitutions(std::string& text, const PairList& pairs) {

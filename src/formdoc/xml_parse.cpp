@@ -3,8 +3,8 @@
 // Refusals, each making LoadXml give false and leave the document as it was:
 // - a DOCTYPE, stopped at its start, so no entity is ever declared and none
 //   can be expanded (external entities are never loaded: no handler is set);
-// - elements nested deeper than KelXmlDocument::kMaxDepth, so no recursive
-//   walk of a parsed tree can run out of stack;
+// - elements nested deeper than KelXmlDocument::kMaxDepth, refused as soon
+//   as the parser reaches them, before a hostile document is built;
 // - anything expat itself refuses: text that is not one well-formed
 //   document, invalid UTF-8 (the encoding is fixed to UTF-8, whatever the
 //   document declares, since our strings are UTF-8).
