@@ -2,13 +2,13 @@
 // the figures against their targets. Exits 1 when a target is missed, so a
 // run can be used as a check.
 #include <benchmark/benchmark.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bench/definition.h"
@@ -45,39 +45,38 @@ long StatusKb(const std::string& key) {
   return -1;
 }
 
-// The pipeline's peak memory on a definition of `fields` fields, as a
-// multiple of the definition's size: run in a child process, so that the
-// peak resident size it reads is this run's alone. The peak counts what the
+constexpr char kPeakFlag[] = "--peak-memory-of-fields=";
+
+// Run in a process of its own (see PeakMemoryRatio): the pipeline's peak
+// memory on a definition of `fields` fields, as a multiple of the
+// definition's size, printed to standard output. The peak counts what the
 // run adds to the resident size, beyond the definition text already held.
-// Negative when it cannot be measured.
+int MeasurePeakMemory(int fields) {
+  const std::string text = GeneratedDefinition(fields);
+  QuietUi quiet;
+  // Resets the peak to the present size.
+  std::ofstream("/proc/self/clear_refs") << "5";
+  const long base = StatusKb("VmRSS");
+  const bool ok = !RunPipeline(text).empty();
+  const long peak = StatusKb("VmHWM");
+  if (!ok || base < 0 || peak < base) return 1;
+  std::printf("%f\n", static_cast<double>(peak - base) * 1024.0 /
+                          static_cast<double>(text.size()));
+  return 0;
+}
+
+// Runs MeasurePeakMemory in a fresh process of this program: a fresh
+// process has no memory left over from the benchmarks that the run could
+// reuse without its resident size growing. Negative when it cannot be
+// measured.
 double PeakMemoryRatio(int fields) {
-  int fds[2];
-  if (pipe(fds) != 0) return -1;
-  const pid_t child = fork();
-  if (child < 0) return -1;
-  if (child == 0) {
-    close(fds[0]);
-    const std::string text = GeneratedDefinition(fields);
-    QuietUi quiet;
-    // Resets the peak to the present size.
-    std::ofstream("/proc/self/clear_refs") << "5";
-    const long base = StatusKb("VmRSS");
-    const bool ok = !RunPipeline(text).empty();
-    const long peak = StatusKb("VmHWM");
-    double ratio = -1;
-    if (ok && base >= 0 && peak >= base) {
-      ratio = static_cast<double>(peak - base) * 1024.0 /
-              static_cast<double>(text.size());
-    }
-    (void)!write(fds[1], &ratio, sizeof ratio);
-    _exit(0);
-  }
-  close(fds[1]);
+  const std::string command =
+      "/proc/self/exe " + std::string(kPeakFlag) + std::to_string(fields);
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return -1;
   double ratio = -1;
-  if (read(fds[0], &ratio, sizeof ratio) != sizeof ratio) ratio = -1;
-  close(fds[0]);
-  waitpid(child, nullptr, 0);
-  return ratio;
+  if (std::fscanf(pipe, "%lf", &ratio) != 1) ratio = -1;
+  return pclose(pipe) == 0 ? ratio : -1;
 }
 
 // Prints one figure against its target; false when it misses.
@@ -132,6 +131,11 @@ int Summarise(const std::map<std::string, double>& s) {
 }  // namespace formwiz::bench
 
 int main(int argc, char** argv) {
+  using formwiz::bench::kPeakFlag;
+  if (argc == 2 && std::string_view(argv[1]).starts_with(kPeakFlag)) {
+    return formwiz::bench::MeasurePeakMemory(
+        std::stoi(argv[1] + std::strlen(kPeakFlag)));
+  }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   formwiz::bench::Recorder recorder;

@@ -97,7 +97,7 @@ void ApplyTemplate(const KelXmlNode& impl, const KelXmlElement& node,
   for (KelXmlNode child = impl.FirstChild(); child;
        child = child.NextSibling()) {
     if (child.TagName() == "template"sv &&
-        child.GetAttribute("name") == templateName) {
+        child.AttributeView("name") == templateName) {
       CloneChildrenInto(child, node);
       return;
     }

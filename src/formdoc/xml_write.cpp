@@ -59,8 +59,25 @@ size_t XmlCharAt(std::string_view s, char32_t& cp) {
   return allowed ? len : 0;
 }
 
+// Whether `c` is written as it is, in text and in attribute values alike.
+bool IsPlainAscii(unsigned char c) {
+  return c >= 0x20 && c < 0x80 && c != '&' && c != '<' && c != '>' && c != '"';
+}
+
 void Escape(std::string& out, std::string_view s, bool in_attribute) {
   while (!s.empty()) {
+    // Most text is plain ASCII: copied in one piece, not character by
+    // character.
+    size_t plain = 0;
+    while (plain < s.size() &&
+           IsPlainAscii(static_cast<unsigned char>(s[plain]))) {
+      ++plain;
+    }
+    if (plain > 0) {
+      out.append(s.data(), plain);
+      s.remove_prefix(plain);
+      continue;
+    }
     char32_t cp = 0;
     const size_t len = XmlCharAt(s, cp);
     if (len == 0) {
