@@ -425,7 +425,9 @@ Script ParseScript(std::string_view text, const fs::path& base_dir) {
   Json json;
   try {
     json = Json::parse(text);
-  } catch (const Json::parse_error& e) {
+  } catch (const Json::exception& e) {
+    // A syntax error, or a number beyond a double's range (1e400), which
+    // the reader reports as out of range rather than as a parse error.
     Fail("script", std::string("not valid JSON: ") + e.what());
   }
   AsObject(json, "script");
