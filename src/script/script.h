@@ -79,6 +79,13 @@ struct Script {
 Script ParseScript(std::string_view text,
                    const std::filesystem::path& base_dir);
 
+// Parses and checks the `steps` list of a script alone, as ParseScript does;
+// `host_objects` page objects exist before the first call. For a caller that
+// holds the list as JSON already: written out and read again, a list nested
+// very deeply would take the writer's recursion to the end of the stack.
+// Throws ScriptError.
+std::vector<Step> ParseSteps(const Json& steps, size_t host_objects);
+
 // Runs `script` and gives the transcript: events, impl, objects. Each run has
 // a thread of its own, so the dialogs, the object registry and the Ui start
 // as they do in a fresh editor process, whatever ran before in this one.

@@ -24,8 +24,27 @@ namespace fs = std::filesystem;
 // component accepts, small enough not to fill a disk by a typo.
 constexpr int64_t kMaxFileSize = 16 * 1024 * 1024;
 
+// The script's files and pictures together: one file may be as large as
+// kMaxFileSize, but a thousand of them must not fill the memory before the
+// first step runs.
+constexpr int64_t kMaxBytesInAll = 64 * 1024 * 1024;
+
+// A message quotes what it found, and what it found may be huge: a 10 MB
+// name, or the 10 MB token that a JSON error quotes, must not become a 10 MB
+// error line. Each part is cut to a bound, on a character boundary.
+std::string Bounded(std::string text) {
+  constexpr size_t kMaxPart = 300;
+  if (text.size() <= kMaxPart) return text;
+  size_t cut = kMaxPart;
+  while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) {
+    --cut;
+  }
+  text.resize(cut);
+  return text + "...";
+}
+
 [[noreturn]] void Fail(const std::string& where, const std::string& problem) {
-  throw ScriptError(where + ": " + problem);
+  throw ScriptError(Bounded(where) + ": " + Bounded(problem));
 }
 
 std::string Quoted(std::string_view s) { return Json(s).dump(); }
@@ -88,19 +107,31 @@ std::vector<uint8_t> DecodeBase64(std::string_view text,
   return {bytes.begin(), bytes.end()};
 }
 
-// `{"size": n}` or `{"base64": "..."}`.
-std::vector<uint8_t> ParseBytes(const Json& value, const std::string& where) {
+// `{"size": n}` or `{"base64": "..."}`. `budget` is what the script's
+// files and pictures may still take; these bytes come off it.
+std::vector<uint8_t> ParseBytes(const Json& value, const std::string& where,
+                                int64_t& budget) {
   AsObject(value, where);
   OnlyKeys(value, where, {"size", "base64"});
   if (value.contains("size") == value.contains("base64")) {
     Fail(where, "give one of \"size\" and \"base64\"");
   }
+  auto take = [&](int64_t size) {
+    if (size > budget) {
+      Fail(where, "the script's files and pictures would hold more than " +
+                      std::to_string(kMaxBytesInAll) + " bytes in all");
+    }
+    budget -= size;
+  };
   if (value.contains("base64")) {
-    return DecodeBase64(AsString(value["base64"], where + ".base64"),
-                        where + ".base64");
+    std::vector<uint8_t> bytes = DecodeBase64(
+        AsString(value["base64"], where + ".base64"), where + ".base64");
+    take(static_cast<int64_t>(bytes.size()));
+    return bytes;
   }
   const int64_t size =
       AsInteger(value["size"], where + ".size", 0, kMaxFileSize);
+  take(size);
   // A fixed pattern, so that two runs give the same picture and the same
   // digest.
   std::vector<uint8_t> bytes(static_cast<size_t>(size));
@@ -196,6 +227,7 @@ HostSpec ParseHost(const Json& host, const fs::path& base_dir) {
            {"impl", "implFile", "displayName", "path", "files", "objects",
             "faults"});
   HostSpec spec;
+  int64_t budget = kMaxBytesInAll;
   if (host.contains("impl") && host.contains("implFile")) {
     Fail(where, "give one of \"impl\" and \"implFile\"");
   }
@@ -225,7 +257,7 @@ HostSpec ParseHost(const Json& host, const fs::path& base_dir) {
                       [](const fs::path& part) { return part == ".."; })) {
         Fail(at, "a file name must stay inside the folder");
       }
-      spec.files[name] = ParseBytes(value, at);
+      spec.files[name] = ParseBytes(value, at, budget);
     }
   }
   if (host.contains("objects")) {
@@ -246,7 +278,8 @@ HostSpec ParseHost(const Json& host, const fs::path& base_dir) {
         object.html_source = AsString(o["HTMLSource"], at + ".HTMLSource");
       }
       if (o.contains("HTMLPicture")) {
-        object.html_picture = ParseBytes(o["HTMLPicture"], at + ".HTMLPicture");
+        object.html_picture =
+            ParseBytes(o["HTMLPicture"], at + ".HTMLPicture", budget);
       }
       spec.objects.push_back(std::move(object));
     }
@@ -378,6 +411,8 @@ Step ParseCall(const Json& step, const std::string& where,
   return parsed;
 }
 
+}  // namespace
+
 std::vector<Step> ParseSteps(const Json& steps, size_t host_objects) {
   if (!steps.is_array()) Fail("steps", "expected an array");
   std::vector<Step> parsed;
@@ -397,6 +432,8 @@ std::vector<Step> ParseSteps(const Json& steps, size_t host_objects) {
   }
   return parsed;
 }
+
+namespace {
 
 std::vector<std::string> CollectControlNames() {
   std::vector<std::string> names;
