@@ -3,6 +3,8 @@
 // it when the chosen form choice leaves it out.
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "component/utils.h"
 #include "formdoc/form_doc.h"
@@ -33,6 +35,54 @@ PairList BuildPairList(const KelXmlNode& node) {
   return pairs;
 }
 
+// The templates of a definition by name, gathered once per assembly: every
+// field asks for its template, and the templates sit among the form choices
+// and comments of the definition. Assembly changes only the form, so the
+// list stays true while it runs.
+class TemplateIndex {
+ public:
+  explicit TemplateIndex(const KelXmlNode& impl) {
+    for (KelXmlNode child = impl.FirstChild(); child;
+         child = child.NextSibling()) {
+      if (child.TagName() == "template"sv) {
+        entries_.emplace_back(child.GetAttribute("name"), child);
+      }
+    }
+  }
+  // The first template named `name`; null when there is none.
+  KelXmlNode Find(std::string_view name) const {
+    for (const auto& [entry_name, node] : entries_) {
+      if (entry_name == name) return node;
+    }
+    return {};
+  }
+
+ private:
+  std::vector<std::pair<std::string, KelXmlNode>> entries_;
+};
+
+// ExpandField with the template step given: `apply(node, name)`.
+template <typename Apply>
+void Expand(const KelXmlNode& node, int16_t form_index, Apply&& apply) {
+  Trapped(code::kExpandField, [&] {
+    const std::string template_name = node.GetAttribute("template");
+    if (!template_name.empty()) apply(KelXmlElement(node), template_name);
+    const KelXmlNode parent = node.ParentNode();
+    const KelXmlNode follower = node.NextSibling();
+    // The field node leaves the tree for good; only its children come back.
+    parent.RemoveChild(node);
+    if (!IsIncluded(node, form_index)) return;
+    const PairList pairs = BuildPairList(node);
+    // The children land in their own order at the field's place; a null
+    // follower appends them at the parent's end.
+    while (const KelXmlNode child = node.FirstChild()) {
+      node.RemoveChild(child);
+      SubstituteInTree(child, pairs);
+      parent.InsertBefore(child, follower);
+    }
+  });
+}
+
 }  // namespace
 
 KelXmlElement FirstFormChild(const KelXmlNode& impl) {
@@ -53,6 +103,15 @@ bool AssembleForm(const KelXmlNode& impl, int16_t form_index) {
     // first table only, one level down, and never comes back out: nodes of
     // the form behind that table are not visited.
     bool enter_table = form.GetAttribute("uitype") == "orb"sv;
+    const TemplateIndex templates(impl);
+    const auto apply = [&templates](const KelXmlElement& field,
+                                    std::string_view name) {
+      // A name that matches no template is no failure: the field keeps the
+      // children it has.
+      if (const KelXmlNode source = templates.Find(name)) {
+        CloneChildrenInto(source, field);
+      }
+    };
     KelXmlNode node = form.FirstChild();
     while (node) {
       // Taken before the field is expanded, so the walk never visits what
@@ -60,7 +119,7 @@ bool AssembleForm(const KelXmlNode& impl, int16_t form_index) {
       KelXmlNode next = node.NextSibling();
       const std::string tag = node.TagName();
       if (tag == "section"sv) {
-        ExpandField(impl, node, form_index);
+        Expand(node, form_index, apply);
       } else if (tag == "table"sv && enter_table) {
         next = node.FirstChild();
         enter_table = false;
@@ -73,23 +132,10 @@ bool AssembleForm(const KelXmlNode& impl, int16_t form_index) {
 
 void ExpandField(const KelXmlNode& impl, const KelXmlNode& node,
                  int16_t form_index) {
-  Trapped(code::kExpandField, [&] {
-    const std::string template_name = node.GetAttribute("template");
-    if (!template_name.empty()) ApplyTemplate(impl, node, template_name);
-    const KelXmlNode parent = node.ParentNode();
-    const KelXmlNode follower = node.NextSibling();
-    // The field node leaves the tree for good; only its children come back.
-    parent.RemoveChild(node);
-    if (!IsIncluded(node, form_index)) return;
-    const PairList pairs = BuildPairList(node);
-    // The children land in their own order at the field's place; a null
-    // follower appends them at the parent's end.
-    while (const KelXmlNode child = node.FirstChild()) {
-      node.RemoveChild(child);
-      SubstituteInTree(child, pairs);
-      parent.InsertBefore(child, follower);
-    }
-  });
+  Expand(node, form_index,
+         [&impl](const KelXmlElement& field, std::string_view name) {
+           ApplyTemplate(impl, field, name);
+         });
 }
 
 void ApplyTemplate(const KelXmlNode& impl, const KelXmlElement& node,
