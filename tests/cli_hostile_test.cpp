@@ -269,6 +269,10 @@ TEST_F(CliHostileTest, BrokenPageFilesAreRefusedAndKeepEveryByte) {
     ExpectOneShortLine(run, path);
     EXPECT_TRUE(ReadAll(path) == c.file) << "the file changed";
   }
+  // A file with no size to check first, and no end.
+  const ProgramRun endless = RunFormwiz({"page", "list", "/dev/zero"});
+  EXPECT_EQ(endless.status, 1);
+  ExpectOneShortLine(endless, "too large");
 }
 
 TEST_F(CliHostileTest, HostileStoredDataAndActionsLeaveThePageAsItWas) {

@@ -10,9 +10,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
-#include <sstream>
+#include <vector>
 
 #include "component/cls_form_wiz.h"
 #include "component/identity.h"
@@ -34,15 +33,27 @@ int Problem(const std::string& name, const std::string& why, int status) {
   return status;
 }
 
+// At most `limit` + 1 bytes of `in`, enough to tell a text that is too
+// large. A device, a pipe or standard input has no size to check first, and
+// /dev/zero never ends: read whole, it took all memory.
+std::string ReadBounded(std::istream& in, size_t limit) {
+  std::string text;
+  std::vector<char> buffer(size_t{1} << 16);
+  while (text.size() <= limit) {
+    in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+    if (in.gcount() <= 0) break;
+    text.append(buffer.data(), static_cast<size_t>(in.gcount()));
+  }
+  return text;
+}
+
 // The whole of `path` ("-" standard input), at most `limit` bytes; a bigger
 // file is refused by its size, before it is read.
 std::optional<std::string> ReadInput(const std::string& path, size_t limit,
                                      std::string& error) {
   std::string text;
   if (path == "-") {
-    std::ostringstream in;
-    in << std::cin.rdbuf();
-    text = in.str();
+    text = ReadBounded(std::cin, limit);
   } else {
     std::error_code ec;
     if (fs::is_directory(path, ec)) {
@@ -59,8 +70,7 @@ std::optional<std::string> ReadInput(const std::string& path, size_t limit,
       error = "too large (at most " + std::to_string(limit) + " bytes)";
       return std::nullopt;
     }
-    text.assign(std::istreambuf_iterator<char>(in),
-                std::istreambuf_iterator<char>());
+    text = ReadBounded(in, limit);
     if (in.bad()) {
       error = "cannot read: read error";
       return std::nullopt;
