@@ -269,10 +269,17 @@ TEST_F(CliHostileTest, BrokenPageFilesAreRefusedAndKeepEveryByte) {
     ExpectOneShortLine(run, path);
     EXPECT_TRUE(ReadAll(path) == c.file) << "the file changed";
   }
-  // A file with no size to check first, and no end.
-  const ProgramRun endless = RunFormwiz({"page", "list", "/dev/zero"});
-  EXPECT_EQ(endless.status, 1);
-  ExpectOneShortLine(endless, "too large");
+  // A file with no size to check first, and no end: every command that
+  // reads a file stops at its limit.
+  for (const auto& [args, status] :
+       std::vector<std::pair<std::vector<std::string>, int>>{
+           {{"page", "list", "/dev/zero"}, 1},
+           {{"assemble", "/dev/zero"}, 1},
+           {{"script", "/dev/zero"}, 2}}) {
+    const ProgramRun endless = RunFormwiz(args);
+    EXPECT_EQ(endless.status, status) << args[0];
+    ExpectOneShortLine(endless, "too large");
+  }
 }
 
 TEST_F(CliHostileTest, HostileStoredDataAndActionsLeaveThePageAsItWas) {

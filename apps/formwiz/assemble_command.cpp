@@ -1,51 +1,17 @@
 #include "assemble_command.h"
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
-#include <sstream>
 
 #include "component/commit.h"
 #include "component/utils.h"
 #include "formdoc/form_doc.h"
 #include "formdoc/kelxml.h"
+#include "host/input_file.h"
 #include "toolkit/ui.h"
 
 namespace formwiz::cli {
 namespace {
-
-// The whole of `path`, or nothing with the reason in `error`. A directory
-// opens fine as a stream on Linux and then reads as empty, so it is refused
-// by name before that can pass for an empty document.
-std::optional<std::string> ReadInput(const std::string& path,
-                                     std::string& error) {
-  if (path == "-") {
-    std::ostringstream text;
-    text << std::cin.rdbuf();
-    return text.str();
-  }
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) {
-    error = "is a directory";
-    return std::nullopt;
-  }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    error = std::strerror(errno);
-    return std::nullopt;
-  }
-  std::string text{std::istreambuf_iterator<char>(in),
-                   std::istreambuf_iterator<char>()};
-  if (in.bad()) {
-    error = "read error";
-    return std::nullopt;
-  }
-  return text;
-}
 
 // The form node a commit works on: the last `form` child of `impl`. Assembly
 // itself takes the first; the two differ only for a definition with two
@@ -83,9 +49,10 @@ int RunAssemble(const AssembleOptions& options, std::ostream& out,
       (options.file == "-" ? std::string("standard input") : options.file) +
       ": ";
   std::string error;
-  const std::optional<std::string> text = ReadInput(options.file, error);
+  const std::optional<std::string> text =
+      host::ReadInputFile(options.file, host::kMaxInputSize, error);
   if (!text) {
-    err << prefix << "cannot read: " << error << '\n';
+    err << prefix << error << '\n';
     return kExitFailure;
   }
   const KelXmlElement impl = FindElementInXml(*text, "impl");

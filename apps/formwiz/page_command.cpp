@@ -16,6 +16,7 @@
 #include "component/cls_form_wiz.h"
 #include "component/identity.h"
 #include "formdoc/kelxml.h"
+#include "host/input_file.h"
 #include "host/page.h"
 #include "script/script.h"
 #include "script/scripted_ui.h"
@@ -33,61 +34,11 @@ int Problem(const std::string& name, const std::string& why, int status) {
   return status;
 }
 
-// At most `limit` + 1 bytes of `in`, enough to tell a text that is too
-// large. A device, a pipe or standard input has no size to check first, and
-// /dev/zero never ends: read whole, it took all memory.
-std::string ReadBounded(std::istream& in, size_t limit) {
-  std::string text;
-  std::vector<char> buffer(size_t{1} << 16);
-  while (text.size() <= limit) {
-    in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-    if (in.gcount() <= 0) break;
-    text.append(buffer.data(), static_cast<size_t>(in.gcount()));
-  }
-  return text;
-}
-
-// The whole of `path` ("-" standard input), at most `limit` bytes; a bigger
-// file is refused by its size, before it is read.
-std::optional<std::string> ReadInput(const std::string& path, size_t limit,
-                                     std::string& error) {
-  std::string text;
-  if (path == "-") {
-    text = ReadBounded(std::cin, limit);
-  } else {
-    std::error_code ec;
-    if (fs::is_directory(path, ec)) {
-      error = "cannot read: is a directory";
-      return std::nullopt;
-    }
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-      error = std::string("cannot read: ") + std::strerror(errno);
-      return std::nullopt;
-    }
-    const auto size = fs::file_size(path, ec);
-    if (!ec && size > limit) {
-      error = "too large (at most " + std::to_string(limit) + " bytes)";
-      return std::nullopt;
-    }
-    text = ReadBounded(in, limit);
-    if (in.bad()) {
-      error = "cannot read: read error";
-      return std::nullopt;
-    }
-  }
-  if (text.size() > limit) {
-    error = "too large (at most " + std::to_string(limit) + " bytes)";
-    return std::nullopt;
-  }
-  return text;
-}
-
 bool LoadPage(const std::string& file, host::Page& page) {
   std::string error;
   // The page is written back to the same name, so "-" is a file here.
-  const auto text =
-      ReadInput(file == "-" ? "./-" : file, host::kMaxPageFileSize, error);
+  const auto text = host::ReadInputFile(file == "-" ? "./-" : file,
+                                        host::kMaxPageFileSize, error);
   if (text && host::ReadPageFile(*text, page, error)) return true;
   Problem(file, error, kExitFailure);
   return false;
@@ -132,7 +83,7 @@ bool SavePage(const std::string& file, const host::Page& page) {
 // checked by the script reader, with its messages.
 std::optional<std::vector<script::Step>> LoadSteps(const std::string& file) {
   std::string error;
-  const auto text = ReadInput(file, size_t{16} << 20, error);
+  const auto text = host::ReadInputFile(file, size_t{16} << 20, error);
   if (!text) {
     Problem(file, error, 0);
     return std::nullopt;
@@ -228,7 +179,7 @@ struct Orb {
 
 std::optional<Orb> LoadOrb(const std::string& file) {
   std::string error;
-  const auto text = ReadInput(file, size_t{16} << 20, error);
+  const auto text = host::ReadInputFile(file, size_t{16} << 20, error);
   if (!text) {
     Problem(file, error, 0);
     return std::nullopt;

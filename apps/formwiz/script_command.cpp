@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string>
 
+#include "host/input_file.h"
 #include "script/script.h"
 
 namespace formwiz::cli {
@@ -49,21 +50,15 @@ Command AddScriptCommand(CLI::App& parent) {
             namespace fs = std::filesystem;
             std::string text;
             fs::path base_dir = ".";
-            if (*file == "-") {
-              std::ostringstream in;
-              in << std::cin.rdbuf();
-              text = in.str();
-            } else {
-              std::error_code ec;
-              std::ifstream in(*file, std::ios::binary);
-              if (!in || fs::is_directory(*file, ec)) {
-                std::cerr << "formwiz script: " << *file << ": cannot read: "
-                          << (in ? "is a folder" : std::strerror(errno))
-                          << '\n';
-                return kExitUsage;
-              }
-              text.assign(std::istreambuf_iterator<char>(in),
-                          std::istreambuf_iterator<char>());
+            std::string error;
+            const std::optional<std::string> read =
+                host::ReadInputFile(*file, host::kMaxInputSize, error);
+            if (!read) {
+              std::cerr << "formwiz script: " << *file << ": " << error << '\n';
+              return kExitUsage;
+            }
+            text = *read;
+            if (*file != "-") {
               base_dir = fs::path(*file).parent_path();
               if (base_dir.empty()) base_dir = ".";
             }

@@ -12,6 +12,7 @@
 #include "actionoptions/frm_action_options.h"
 #include "formdoc/kelxml.h"
 #include "host/base64.h"
+#include "host/input_file.h"
 #include "script/script.h"
 #include "wizard/frm_wizard.h"
 
@@ -214,10 +215,11 @@ void ParseHtmlData(const Json& value, const std::string& where,
 std::string ReadFile(const fs::path& path, const std::string& where) {
   std::error_code ec;
   if (fs::is_directory(path, ec)) Fail(where, path.string() + " is a folder");
-  std::ifstream in(path, std::ios::binary);
-  if (!in)
-    Fail(where, "cannot read " + path.string() + ": " + std::strerror(errno));
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::string error;
+  std::optional<std::string> text =
+      host::ReadInputFile(path.string(), kMaxFileSize, error);
+  if (!text) Fail(where, path.string() + ": " + error);
+  return std::move(*text);
 }
 
 HostSpec ParseHost(const Json& host, const fs::path& base_dir) {
