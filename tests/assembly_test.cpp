@@ -72,5 +72,54 @@ TEST(AssemblyTest, FailuresAreReportedByTheirOwnOperation) {
                           {"Error", prefix + "202" + not_set}}));
 }
 
+// `text` `n` times.
+std::string Times(const std::string& text, int n) {
+  std::string out;
+  for (int i = 0; i < n; ++i) out += text;
+  return out;
+}
+
+TEST(AssemblyTest, AFormFarLargerThanItsDefinitionIsNotMade) {
+  // A 5 KB field whose values each name the next placeholder a hundred
+  // times asks for 10^12 bytes; a 20 KB template used by 1,000 fields, for
+  // 20 MB. Each fails once, as out of memory, within its budget of memory
+  // and time; a form of 20,000 real fields is made.
+  const std::string chained =
+      "<impl><template name=\"t\">[fieldname]</template><form><section "
+      "template=\"t\" included=\"y\" name=\"" +
+      Times("[fieldprompt]", 100) + "\" prompt=\"" + Times("[size]", 100) +
+      "\" size=\"" + Times("[maxlength]", 100) + "\" maxlength=\"" +
+      Times("[rows]", 100) + "\" rows=\"" + Times("[cols]", 100) +
+      "\" cols=\"" + Times("x", 100) + "\"/></form></impl>";
+  const std::string copied =
+      "<impl><template name=\"t\"><p>" + Times("x", 20000) +
+      "</p></template><form>" +
+      Times("<section template=\"t\" included=\"y\"/>", 1000) +
+      "</form></impl>";
+  const std::string real =
+      "<impl><template name=\"t\"><tr><td>[fieldprompt]</td><td><input "
+      "name=\"[fieldname]\" size=\"[size]\"/></td></tr></template><form>" +
+      Times(
+          "<section template=\"t\" included=\"y\" name=\"Field\" "
+          "prompt=\"Your field:\" size=\"30\"/>",
+          20000) +
+      "</form></impl>";
+  for (const std::string* definition : {&chained, &copied}) {
+    RecordingUi ui;
+    ScopedUi scoped(ui);
+    EXPECT_FALSE(AssembleForm(FindElementInXml(*definition, "impl"), 1));
+    EXPECT_EQ(ui.boxes, (std::vector<RecordingUi::Box>{
+                            {"Error",
+                             "Internal Error in Form Wizard: 201\r\n7: Out "
+                             "of memory"}}));
+  }
+  RecordingUi ui;
+  ScopedUi scoped(ui);
+  const KelXmlNode impl = FindElementInXml(real, "impl");
+  EXPECT_TRUE(AssembleForm(impl, 1));
+  EXPECT_EQ(FirstFormChild(impl).GetElementsByTagName("input").Count(), 20000);
+  EXPECT_TRUE(ui.boxes.empty());
+}
+
 }  // namespace
 }  // namespace formwiz

@@ -1,12 +1,15 @@
 // Assembly: turns the definition's `form` into plain HTML by replacing each
 // field node that the walk reaches with its filled-in fragment, or deleting
 // it when the chosen form choice leaves it out.
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "component/failure.h"
 #include "component/utils.h"
+#include "formdoc/budget.h"
 #include "formdoc/form_doc.h"
 
 namespace formwiz {
@@ -41,24 +44,38 @@ PairList BuildPairList(const KelXmlNode& node) {
 // list stays true while it runs.
 class TemplateIndex {
  public:
+  struct Entry {
+    std::string name;
+    KelXmlNode node;
+    // What one copy of its children costs the budget.
+    int64_t nodes = 0;
+    int64_t bytes = 0;
+  };
+
   explicit TemplateIndex(const KelXmlNode& impl) {
     for (KelXmlNode child = impl.FirstChild(); child;
          child = child.NextSibling()) {
       if (child.TagName() == "template"sv) {
-        entries_.emplace_back(child.GetAttribute("name"), child);
+        Entry entry{child.GetAttribute("name"), child};
+        for (KelXmlNode c = child.FirstChild(); c; c = c.NextSibling()) {
+          const TreeSize size = MeasureTree(c);
+          entry.nodes += size.nodes;
+          entry.bytes += size.bytes;
+        }
+        entries_.push_back(std::move(entry));
       }
     }
   }
   // The first template named `name`; null when there is none.
-  KelXmlNode Find(std::string_view name) const {
-    for (const auto& [entry_name, node] : entries_) {
-      if (entry_name == name) return node;
+  const Entry* Find(std::string_view name) const {
+    for (const Entry& entry : entries_) {
+      if (entry.name == name) return &entry;
     }
-    return {};
+    return nullptr;
   }
 
  private:
-  std::vector<std::pair<std::string, KelXmlNode>> entries_;
+  std::vector<Entry> entries_;
 };
 
 // ExpandField with the template step given: `apply(node, name)`.
@@ -104,12 +121,15 @@ bool AssembleForm(const KelXmlNode& impl, int16_t form_index) {
     // the form behind that table are not visited.
     bool enter_table = form.GetAttribute("uitype") == "orb"sv;
     const TemplateIndex templates(impl);
-    const auto apply = [&templates](const KelXmlElement& field,
-                                    std::string_view name) {
+    const TreeSize definition = MeasureTree(impl);
+    AssemblyBudget budget(definition.nodes, definition.bytes);
+    const auto apply = [&templates, &budget](const KelXmlElement& field,
+                                             std::string_view name) {
       // A name that matches no template is no failure: the field keeps the
       // children it has.
-      if (const KelXmlNode source = templates.Find(name)) {
-        CloneChildrenInto(source, field);
+      const TemplateIndex::Entry* source = templates.Find(name);
+      if (source && budget.Take(source->nodes, source->bytes)) {
+        CloneChildrenInto(source->node, field);
       }
     };
     KelXmlNode node = form.FirstChild();
@@ -120,6 +140,9 @@ bool AssembleForm(const KelXmlNode& impl, int16_t form_index) {
       const std::string tag = node.TagName();
       if (tag == "section"sv) {
         Expand(node, form_index, apply);
+        // Past the budget the form is not made at all: one report, and the
+        // caller writes nothing.
+        if (budget.exhausted()) Raise(err::kOutOfMemory);
       } else if (tag == "table"sv && enter_table) {
         next = node.FirstChild();
         enter_table = false;

@@ -268,6 +268,21 @@ KelXmlNodeList KelXmlNode::GetElementsByTagName(std::string_view tag) const {
   return list;
 }
 
+TreeSize MeasureTree(const KelXmlNode& node) {
+  TreeSize size;
+  detail::Walk(
+      node.Get(),
+      [&size](const Node& n) {
+        ++size.nodes;
+        size.bytes += static_cast<int64_t>(n.name.size() + n.data.size());
+        for (const detail::Attr& a : n.attrs) {
+          size.bytes += static_cast<int64_t>(a.name.size() + a.value.size());
+        }
+      },
+      [](const Node&) {});
+  return size;
+}
+
 KelXmlElement::KelXmlElement(const KelXmlNode& node) : KelXmlNode(node) {
   if (node_ && node_->type != kElementNode) Raise(err::kTypeMismatch);
 }

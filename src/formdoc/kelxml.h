@@ -79,6 +79,8 @@ enum KelXmlNodeType : int32_t {
   kDocumentNode = 9,
 };
 
+struct TreeSize;
+
 // Any node of the tree.
 class KelXmlNode {
  public:
@@ -139,6 +141,7 @@ class KelXmlNode {
   friend class KelXmlDocument;
   friend class KelXmlNodeList;
   friend struct detail::Node;
+  friend TreeSize MeasureTree(const KelXmlNode& node);
 };
 
 // An element node. Taking an element handle of another kind of node is a type
@@ -244,6 +247,14 @@ class KelXmlDocument {
  private:
   detail::NodeRef root_;
 };
+
+// How much a subtree holds: its nodes, and the bytes of its names, texts and
+// attributes.
+struct TreeSize {
+  int64_t nodes = 0;
+  int64_t bytes = 0;
+};
+TreeSize MeasureTree(const KelXmlNode& node);
 
 // Parses `xml` as a document and gives its first element named `tag`, the
 // top one or any below it in document order; null when the text does not

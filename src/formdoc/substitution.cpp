@@ -7,6 +7,7 @@
 
 #include "component/failure.h"
 #include "component/utils.h"
+#include "formdoc/budget.h"
 #include "formdoc/form_doc.h"
 #include "formdoc/walk.h"
 
@@ -81,10 +82,24 @@ void ReplaceAll(std::string& text, std::string_view find,
   // An empty `find` would match everywhere and never move on; there is
   // nothing sensible to replace, so the text stays as it is.
   if (find.empty()) return;
+  size_t hits = 0;
+  for (size_t hit = text.find(find); hit != std::string::npos;
+       hit = text.find(find, hit + find.size())) {
+    ++hits;
+  }
+  if (hits == 0) return;  // No hit: the text is untouched.
+  // Inside an assembly, what the text grows by comes out of its budget;
+  // past it the text stays as it is and the assembly fails as a whole.
+  if (replacement.size() > find.size()) {
+    const size_t growth = hits * (replacement.size() - find.size());
+    AssemblyBudget* budget = AssemblyBudget::Current();
+    if (budget && !budget->Take(0, static_cast<int64_t>(growth))) return;
+  }
   // Searching on behind the inserted text of the rewritten string is the
   // same as searching on behind `find` in the original, so the result is
   // built in one pass instead of rewriting the text at every hit.
   std::string result;
+  result.reserve(text.size() - hits * find.size() + hits * replacement.size());
   size_t from = 0;
   for (size_t hit = text.find(find); hit != std::string::npos;
        hit = text.find(find, from)) {
@@ -92,7 +107,6 @@ void ReplaceAll(std::string& text, std::string_view find,
     result.append(replacement);
     from = hit + find.size();
   }
-  if (from == 0) return;  // No hit: the text is untouched.
   result.append(text, from, std::string::npos);
   text = std::move(result);
 }
