@@ -9,6 +9,7 @@
 // touched.
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "component/failure.h"
@@ -125,7 +126,8 @@ void frmWizard::LoadFieldList() {
   while (node) {
     const std::string tag = node.TagName();
     if (tag == "section"sv) {
-      const std::string name = node.GetAttribute("name");
+      // Read in place: the row takes its own copy.
+      const std::string_view name = node.AttributeView("name");
       if (!name.empty() && !IsFieldHidden(node)) {
         lst.AddItem(name);
         colFields.push_back(node);
