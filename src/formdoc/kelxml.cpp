@@ -105,9 +105,8 @@ bool IsAncestorOrSelf(const Node* candidate, const Node* node) {
 }
 
 NodeRef CopyOne(const Node& source) {
-  NodeRef copy = detail::NewNode(source.type);
-  copy->name = source.name;
-  copy->data = source.data;
+  NodeRef copy = detail::NewNode(source.type());
+  copy->value = source.value;
   copy->explicit_end_tag = source.explicit_end_tag;
   copy->no_end_tag = source.no_end_tag;
   copy->attrs = source.attrs;
@@ -143,10 +142,10 @@ void KelXmlNode::InsertBefore(const KelXmlNode& new_child,
                               const KelXmlNode& ref_child) const {
   Node& self = Get();
   Node& child = new_child.Get();
-  if (self.type != kElementNode && self.type != kDocumentNode) {
+  if (self.type() != kElementNode && self.type() != kDocumentNode) {
     Raise(err::kInvalidArgument);  // only elements and documents have children
   }
-  if (child.type == kDocumentNode || IsAncestorOrSelf(&child, &self)) {
+  if (child.type() == kDocumentNode || IsAncestorOrSelf(&child, &self)) {
     Raise(err::kInvalidArgument);  // would make a cycle
   }
   Node* ref = ref_child.node_.get();
@@ -181,9 +180,9 @@ KelXmlNode KelXmlNode::ParentNode() const {
 
 std::string KelXmlNode::TagName() const {
   const Node& n = Get();
-  switch (n.type) {
+  switch (n.type()) {
     case kElementNode:
-      return n.name;
+      return n.value;
     case kProcessingInstructionNode:
       return "#processing-instruction";
     case kTextNode:
@@ -196,10 +195,10 @@ std::string KelXmlNode::TagName() const {
   return {};
 }
 
-int32_t KelXmlNode::NodeType() const { return Get().type; }
+int32_t KelXmlNode::NodeType() const { return Get().type(); }
 
 KelXmlAttributeList KelXmlNode::Attributes() const {
-  if (Get().type != kElementNode) return {};
+  if (Get().type() != kElementNode) return {};
   return KelXmlAttributeList(node_);
 }
 
@@ -207,12 +206,17 @@ std::string KelXmlNode::Xml() const { return detail::WriteXml(Get()); }
 
 std::string KelXmlNode::Text() const {
   const Node& self = Get();
-  if (self.type != kElementNode && self.type != kDocumentNode) return self.data;
+  if (self.type() == kProcessingInstructionNode) {
+    return std::string(self.PiData());
+  }
+  if (self.type() != kElementNode && self.type() != kDocumentNode) {
+    return self.value;
+  }
   std::string text;
   detail::Walk(
       self,
       [&text](const Node& n) {
-        if (n.type == kTextNode) text += n.data;
+        if (n.type() == kTextNode) text += n.value;
       },
       [](const Node&) {});
   return text;
@@ -246,7 +250,7 @@ void KelXmlNode::RemoveAttribute(std::string_view name) const {
 void KelXmlNode::SetAttribute(std::string_view name,
                               std::string_view value) const {
   Node& n = Get();
-  if (n.type != kElementNode) Raise(err::kInvalidArgument);
+  if (n.type() != kElementNode) Raise(err::kInvalidArgument);
   if (detail::Attr* a = n.FindAttr(name)) {
     a->value = value;
     return;
@@ -260,7 +264,7 @@ KelXmlNodeList KelXmlNode::GetElementsByTagName(std::string_view tag) const {
   detail::Walk(
       self,
       [&](const Node& n) {
-        if (&n != &self && n.type == kElementNode && n.name == tag) {
+        if (&n != &self && n.type() == kElementNode && n.value == tag) {
           list.nodes_.emplace_back(const_cast<Node*>(&n));
         }
       },
@@ -274,7 +278,7 @@ TreeSize MeasureTree(const KelXmlNode& node) {
       node.Get(),
       [&size](const Node& n) {
         ++size.nodes;
-        size.bytes += static_cast<int64_t>(n.name.size() + n.data.size());
+        size.bytes += static_cast<int64_t>(n.value.size());
         for (const detail::Attr& a : n.attrs) {
           size.bytes += static_cast<int64_t>(a.name.size() + a.value.size());
         }
@@ -284,13 +288,13 @@ TreeSize MeasureTree(const KelXmlNode& node) {
 }
 
 KelXmlElement::KelXmlElement(const KelXmlNode& node) : KelXmlNode(node) {
-  if (node_ && node_->type != kElementNode) Raise(err::kTypeMismatch);
+  if (node_ && node_->type() != kElementNode) Raise(err::kTypeMismatch);
 }
 
 KelXmlElement KelXmlElement::AppendNewElement(std::string_view tag) const {
   Node& self = Get();
   NodeRef child = detail::NewNode(kElementNode);
-  child->name = tag;
+  child->value = tag;
   KelXmlElement handle;
   handle.node_ = child;
   self.Link(std::move(child), nullptr);
@@ -304,12 +308,12 @@ void KelXmlElement::SetExplicitEndTag(bool flag) const {
 void KelXmlElement::SetNoEndTag(bool flag) const { Get().no_end_tag = flag; }
 
 KelXmlText::KelXmlText(const KelXmlNode& node) : KelXmlNode(node) {
-  if (node_ && node_->type != kTextNode) Raise(err::kTypeMismatch);
+  if (node_ && node_->type() != kTextNode) Raise(err::kTypeMismatch);
 }
 
-std::string KelXmlText::Data() const { return Get().data; }
+std::string KelXmlText::Data() const { return Get().value; }
 
-void KelXmlText::SetData(std::string_view data) const { Get().data = data; }
+void KelXmlText::SetData(std::string_view data) const { Get().value = data; }
 
 std::string KelXmlAttribute::Name() const {
   if (!element_) Raise(err::kObjectNotSet);

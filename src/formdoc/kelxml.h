@@ -23,8 +23,10 @@ namespace formwiz {
 namespace detail {
 
 // The count of owners that every node carries.
+// (32 bits: a tree held by two thousand million handles does not fit in
+// memory anyway.)
 struct Counted {
-  int64_t refs = 0;
+  int32_t refs = 0;
 };
 
 // Frees a node whose count has dropped to zero, and with it every node that

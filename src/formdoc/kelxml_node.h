@@ -2,6 +2,7 @@
 // writer. Not for use outside the tree.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -24,18 +25,24 @@ struct Attr {
 //
 // A node is one allocation with its attributes in one more: the attributes
 // live in the node, and short names and values inside their strings.
+//
+// Nodes are most of a tree's memory, so a node is kept to 104 bytes: the
+// kind and the marks share a word with the count, and one string serves
+// every kind.
 struct Node : Counted {
-  explicit Node(KelXmlNodeType t) : type(t) {}
+  explicit Node(KelXmlNodeType t) : kind(static_cast<uint8_t>(t)) {}
   Node(const Node&) = delete;
   Node& operator=(const Node&) = delete;
 
-  KelXmlNodeType type;
+  KelXmlNodeType type() const { return static_cast<KelXmlNodeType>(kind); }
+
+  uint8_t kind;
   bool explicit_end_tag = false;
   bool no_end_tag = false;
-  // Element: tag. Processing instruction: target.
-  std::string name;
-  // Text, comment, processing instruction: content.
-  std::string data;
+  // Element: tag. Text, comment: content. Processing instruction: target,
+  // then a space and the content when there is any (a target holds no
+  // space); PiTarget and PiData take them apart.
+  std::string value;
   std::vector<Attr> attrs;
 
   Node* parent = nullptr;
@@ -61,7 +68,18 @@ struct Node : Counted {
 
   Attr* FindAttr(std::string_view attr_name);
   const Attr* FindAttr(std::string_view attr_name) const;
+
+  std::string_view PiTarget() const {
+    return std::string_view(value).substr(0, value.find(' '));
+  }
+  std::string_view PiData() const {
+    const size_t space = value.find(' ');
+    return space == std::string::npos
+               ? std::string_view()
+               : std::string_view(value).substr(space + 1);
+  }
 };
+static_assert(sizeof(Node) <= 104, "a node grew");
 
 inline NodeRef::NodeRef(Node* p) : p_(p) { Retain(); }
 inline Node* NodeRef::get() const { return static_cast<Node*>(p_); }

@@ -84,7 +84,7 @@ class TreeBuilder {
     self.Guarded([&] {
       if (++self.depth_ > KelXmlDocument::kMaxDepth) return self.Refuse();
       detail::NodeRef element = detail::NewNode(kElementNode);
-      element->name = name;
+      element->value = name;
       const XML_Char** end = attrs;
       while (*end != nullptr) end += 2;
       element->attrs.reserve(static_cast<size_t>(end - attrs) / 2);
@@ -107,10 +107,10 @@ class TreeBuilder {
     TreeBuilder& self = Self(data);
     self.Guarded([&] {
       Node* last = self.current_->last_child;
-      if (last == nullptr || last->type != kTextNode) {
+      if (last == nullptr || last->type() != kTextNode) {
         last = self.current_->Append(detail::NewNode(kTextNode));
       }
-      last->data.append(s, static_cast<size_t>(len));
+      last->value.append(s, static_cast<size_t>(len));
     });
   }
 
@@ -118,7 +118,7 @@ class TreeBuilder {
     TreeBuilder& self = Self(data);
     self.Guarded([&] {
       detail::NodeRef comment = detail::NewNode(kCommentNode);
-      comment->data = text;
+      comment->value = text;
       self.current_->Append(std::move(comment));
     });
   }
@@ -128,8 +128,11 @@ class TreeBuilder {
     TreeBuilder& self = Self(data);
     self.Guarded([&] {
       detail::NodeRef pi = detail::NewNode(kProcessingInstructionNode);
-      pi->name = target;
-      pi->data = text;
+      pi->value = target;
+      if (*text != '\0') {
+        pi->value += ' ';
+        pi->value += text;
+      }
       self.current_->Append(std::move(pi));
     });
   }

@@ -115,10 +115,10 @@ void Escape(std::string& out, std::string_view s, bool in_attribute) {
 }
 
 void WriteStart(std::string& out, const Node& n) {
-  switch (n.type) {
+  switch (n.type()) {
     case kElementNode:
       out += '<';
-      out += n.name;
+      out += n.value;
       for (const auto& a : n.attrs) {
         out += ' ';
         out += a.name;
@@ -129,20 +129,16 @@ void WriteStart(std::string& out, const Node& n) {
       out += '>';
       break;
     case kTextNode:
-      Escape(out, n.data, /*in_attribute=*/false);
+      Escape(out, n.value, /*in_attribute=*/false);
       break;
     case kCommentNode:
       out += "<!--";
-      out += n.data;
+      out += n.value;
       out += "-->";
       break;
     case kProcessingInstructionNode:
       out += "<?";
-      out += n.name;
-      if (!n.data.empty()) {
-        out += ' ';
-        out += n.data;
-      }
+      out += n.value;  // the target, and the content behind a space
       out += "?>";
       break;
     case kDocumentNode:
@@ -151,9 +147,9 @@ void WriteStart(std::string& out, const Node& n) {
 }
 
 void WriteEnd(std::string& out, const Node& n) {
-  if (n.type != kElementNode || n.no_end_tag) return;
+  if (n.type() != kElementNode || n.no_end_tag) return;
   out += "</";
-  out += n.name;
+  out += n.value;
   out += '>';
 }
 
