@@ -4,20 +4,14 @@
 // its DOM.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
-#include <vector>
 
-#include "html_page_support.h"
+#include "component_test_support.h"
 
 namespace formwiz {
 namespace {
 
-namespace fs = std::filesystem;
-using html_check::kName;
-using html_check::kPrompt;
-using html_check::kResponse;
-using html_check::ScratchDir;
+using namespace html_check;
 using script::Json;
 
 // Goes into the page's head, where markup in the form cannot swallow it,
@@ -56,29 +50,26 @@ document.addEventListener('DOMContentLoaded', function () {
 });
 </script>)js";
 
-TEST(BrowserTest, HostileTextStaysTextAndFieldsKeepTheirOrder) {
-  const std::string chromium =
-      html_check::ToolPath("FORMWIZ_CHROMIUM", FORMWIZ_CHROMIUM);
-  const std::string missing = html_check::Missing(chromium);
-  if (!missing.empty()) GTEST_SKIP() << missing;
+using BrowserTest = ProgramTest;
 
-  ScratchDir dir;
-  const fs::path exported =
-      html_check::MakePage(dir, "typed-markup", html_check::HostileSteps());
+TEST_F(BrowserTest, HostileTextStaysTextAndFieldsKeepTheirOrder) {
+  const std::string chromium = ToolPath("FORMWIZ_CHROMIUM", FORMWIZ_CHROMIUM);
+  if (const std::string missing = Missing(chromium); !missing.empty()) {
+    GTEST_SKIP() << missing;
+  }
+  const std::string exported = MakePage("typed-markup", HostileSteps());
   ASSERT_FALSE(exported.empty());
-  std::string html = html_check::Slurp(exported);
+  std::string html = ReadAll(exported);
   const size_t head_end = html.find("</head>");
   ASSERT_NE(head_end, std::string::npos) << html;
   html.insert(head_end, kReporter);
-  const fs::path page = dir.Write("browse.html", html);
-  const html_check::RunResult run = html_check::RunBounded(
-      60,
-      {chromium, "--headless", "--no-sandbox", "--disable-gpu",
-       "--disable-background-networking", "--no-first-run",
-       "--disable-component-update", "--disable-sync",
-       "--user-data-dir=" + (dir.path() / "profile").string(), "--dump-dom",
-       "file://" + page.string()},
-      dir);
+  const ProgramRun run =
+      RunProgram({chromium, "--headless", "--no-sandbox", "--disable-gpu",
+                  "--disable-background-networking", "--no-first-run",
+                  "--disable-component-update", "--disable-sync",
+                  "--user-data-dir=" + TempPath("profile"), "--dump-dom",
+                  "file://" + WriteTemp("browse.html", html)},
+                 "", 60);
   ASSERT_EQ(run.status, 0) << run.err;
 
   const std::string open = "id=\"fw-report\">";

@@ -1,7 +1,7 @@
 // What the tests share: a person at the dialogs, the peer that reaches the
 // steps of clsFormWiz behind the dialogs, a fixture with a page of the host
-// stand-in, a recording Ui and a guard that starts down, and a run of the
-// built program.
+// stand-in, that person and a guard that starts down, hostile text, and runs
+// of the built program and of the tools that check its HTML.
 #pragma once
 
 #include <fcntl.h>
@@ -18,12 +18,14 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "actionoptions/frm_action_options.h"
 #include "component/cls_form_wiz.h"
 #include "component/identity.h"
 #include "host/page_document.h"
+#include "script/script.h"
 #include "toolkit/input.h"
 #include "toolkit/ui.h"
 
@@ -44,13 +46,14 @@ inline tk::InputOutcome Click(tk::Form& form, std::string control) {
   return Do(form, tk::UserAction::Kind::kClick, std::move(control));
 }
 
-// The person at the dialogs: each modal show runs the next script queued for
-// its dialog, or else `act`; a dialog still on show after it is closed
-// through its frame.
+// The person at the dialogs: each modal show is noted in `shown` and runs the
+// next script queued for its dialog, or else `act`; a dialog still on show
+// after it is closed through its frame.
 class PersonUi : public RecordingUi {
  public:
   using Script = std::function<void(tk::Form&)>;
   void RunModal(tk::Form& form, tk::Form*) override {
+    shown.push_back(form.name());
     Script script = act;
     if (auto& queue = scripts[form.name()]; !queue.empty()) {
       script = std::move(queue.front());
@@ -61,6 +64,7 @@ class PersonUi : public RecordingUi {
   }
   std::map<std::string, std::deque<Script>> scripts;
   Script act;
+  std::vector<std::string> shown;
 };
 
 // Stands in for the dialogs: sets the Result a dialog would leave and calls
@@ -125,20 +129,32 @@ class ComponentTest : public ::testing::Test {
     return selection;
   }
 
-  RecordingUi ui;
+  PersonUi ui;
   ScopedUi scoped_ui{ui};
   std::shared_ptr<host::PageDocument> page =
       std::make_shared<host::PageDocument>();
 };
 
-// Runs the built program (FORMWIZ_BIN, set by ctest) with `args` and
-// `input` on standard input. Output goes through files, which unlike pipes
-// cannot fill up and stall it; they are this process's own, as ctest runs
-// tests in parallel processes that share the temporary folder.
-struct ProgramRun {
-  int status;
-  std::string out, err;
-};
+// `s` `n` times.
+inline std::string Repeat(std::string_view s, size_t n) {
+  std::string out;
+  out.reserve(s.size() * n);
+  for (size_t i = 0; i < n; ++i) out += s;
+  return out;
+}
+
+// Ten levels of ten references each: 10^9 copies of "lol" if expanded.
+inline std::string BillionLaughs() {
+  std::string doc = "<!DOCTYPE impl [<!ENTITY l0 \"lol\">";
+  for (int i = 1; i < 10; ++i) {
+    doc += "<!ENTITY l" + std::to_string(i) + " \"" +
+           Repeat("&l" + std::to_string(i - 1) + ";", 10) + "\">";
+  }
+  return doc + "]><impl><form v=\"&l9;\">&l9;</form></impl>";
+}
+
+// Files of this test process's own: ctest runs tests in parallel processes
+// that share the temporary folder.
 inline std::string ReadAll(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -152,12 +168,20 @@ inline std::string WriteTemp(const std::string& name, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
   return path;
 }
-inline ProgramRun RunFormwiz(std::vector<std::string> args,
-                             const std::string& input = "") {
-  const char* bin = std::getenv("FORMWIZ_BIN");
+
+// Runs `args` (args[0] a path) with `input` on standard input, under
+// timeout(1) so that a stuck program ends after `seconds`. Output goes
+// through files, which unlike pipes cannot fill up and stall it.
+struct ProgramRun {
+  int status;  // -1 when it did not exit normally
+  std::string out, err;
+};
+inline ProgramRun RunProgram(std::vector<std::string> args,
+                             const std::string& input = "", int seconds = 120) {
+  args.insert(args.begin(),
+              {"/usr/bin/timeout", "-k", "5", std::to_string(seconds)});
   const std::string in = WriteTemp("stdin", input);
   const std::string out = TempPath("stdout"), err = TempPath("stderr");
-  args.insert(args.begin(), bin);
   std::vector<char*> argv;
   for (std::string& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);
@@ -166,7 +190,7 @@ inline ProgramRun RunFormwiz(std::vector<std::string> args,
     dup2(open(in.c_str(), O_RDONLY), 0);
     dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
     dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-    execv(bin, argv.data());
+    execv(argv[0], argv.data());
     _exit(127);
   }
   int status = 0;
@@ -174,11 +198,23 @@ inline ProgramRun RunFormwiz(std::vector<std::string> args,
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadAll(out),
           ReadAll(err)};
 }
-// Tests of the program; skipped when there is none to run.
+// The built program (FORMWIZ_BIN, set by ctest).
+inline std::string FormwizBin() {
+  const char* bin = std::getenv("FORMWIZ_BIN");
+  return bin != nullptr ? bin : "";
+}
+inline ProgramRun RunFormwiz(std::vector<std::string> args,
+                             const std::string& input = "") {
+  args.insert(args.begin(), FormwizBin());
+  return RunProgram(std::move(args), input);
+}
+
+// Tests of the program; skipped when there is none to run. The files and
+// folders they made go with them.
 class ProgramTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (std::getenv("FORMWIZ_BIN") == nullptr) {
+    if (FormwizBin().empty()) {
       GTEST_SKIP() << "FORMWIZ_BIN is not set; run through ctest";
     }
   }
@@ -187,10 +223,102 @@ class ProgramTest : public ::testing::Test {
     for (const auto& entry :
          std::filesystem::directory_iterator(::testing::TempDir())) {
       if (entry.path().string().starts_with(mine)) {
-        std::filesystem::remove(entry.path());
+        std::filesystem::remove_all(entry.path());
       }
     }
   }
 };
+
+// The checks of the produced HTML in outside programs (a browser, the Nu Html
+// Checker) run on pages made as a person makes them: with `formwiz page` and
+// the person's actions at the wizard.
+namespace html_check {
+
+// A tool's path: the environment's variable `name` when set, else the path
+// the build gave (empty in the sanitizer build, which leaves these out).
+inline std::string ToolPath(const char* name, const char* built_in) {
+  const char* set = std::getenv(name);
+  return set != nullptr ? set : built_in;
+}
+// Why a check that runs `tool` cannot run here, or empty.
+inline std::string Missing(const std::string& tool) {
+  if (tool.empty()) return "the sanitizer build leaves this check out";
+  if (access(tool.c_str(), R_OK) != 0) return tool + " is absent: not run";
+  return "";
+}
+
+// A person's actions, as `formwiz page insert --script` takes them: each
+// row is the action, the control and the text typed or the row selected.
+inline script::Json Steps(const std::vector<std::vector<std::string>>& rows) {
+  script::Json steps = script::Json::array();
+  for (const auto& row : rows) {
+    script::Json step = {{"do", row[0]}, {"control", row[1]}};
+    if (row[0] == "select") step["row"] = std::stoi(row[2]);
+    if (row[0] == "type") step["text"] = row[2];
+    steps.push_back(step);
+  }
+  return steps;
+}
+// Picks form choice `choice` of the bundled orb, gives an address and
+// finishes, leaving everything else as offered.
+inline script::Json ChoiceSteps(int choice) {
+  return Steps({{"click", "optForm(" + std::to_string(choice) + ")"},
+                {"click", "cmdNav(3)"},
+                {"type", "txtEmailAddr", "me@example.org"},
+                {"click", "cmdNav(4)"}});
+}
+
+// Typed into the wizard, each would change the page if it ran or became
+// markup: the title, an element with the id "pwned", an event handler.
+inline const std::string kName = R"("><script>document.title='pwned'</script>)";
+inline const std::string kPrompt =
+    R"(<img src=x onerror="document.title='pwned'"><b id=pwned>&amp;</b>)";
+inline const std::string kResponse =
+    R"(</textarea>"><script>document.title='pwned'</script>&lt;)";
+
+// The comment form with the response, the first field's name and its prompt
+// typed as above, and Comments (a text area) moved up past Phone and
+// Subject, so that a text area that swallowed what follows it would lose
+// Subject. The included fields end in the order kName, Email, Comments,
+// Subject.
+inline script::Json HostileSteps() {
+  // clang-format off
+  return Steps({
+      {"click", "optForm(0)"}, {"click", "cmdNav(3)"},
+      {"type", "txtEmailAddr", "me@example.org"}, {"click", "cmdNav(3)"},
+      {"clear", "txtResponse"}, {"type", "txtResponse", kResponse},
+      {"click", "cmdNav(3)"}, {"select", "lstFields", "0"},
+      {"clear", "txtFieldName"}, {"type", "txtFieldName", kName},
+      {"clear", "txtFieldPrompt"}, {"type", "txtFieldPrompt", kPrompt},
+      {"select", "lstFields", "5"}, {"click", "cmdShift(0)"},
+      {"click", "cmdShift(0)"}, {"click", "cmdNav(4)"}});
+  // clang-format on
+}
+
+// Makes page `name`: a new page, the bundled orb inserted with the person's
+// `steps`, exported. Gives the exported file, or an empty path after
+// reporting the command that failed.
+inline std::string MakePage(const std::string& name,
+                            const script::Json& steps) {
+  const std::string page = TempPath(name + ".page");
+  const std::string html = TempPath(name + ".html");
+  const std::string script = WriteTemp(name + ".json", steps.dump());
+  for (const auto& command : std::vector<std::vector<std::string>>{
+           {"page", "new", page},
+           {"page", "insert", page, "--orb",
+            FORMWIZ_SOURCE_DIR "/orbs/form/form.qlo", "--script", script},
+           {"page", "export", page, "-o", html}}) {
+    const ProgramRun run = RunFormwiz(command);
+    if (run.status != 0) {
+      ADD_FAILURE() << name << ": formwiz page " << command[1] << ": status "
+                    << run.status << "\n"
+                    << run.err;
+      return {};
+    }
+  }
+  return html;
+}
+
+}  // namespace html_check
 
 }  // namespace formwiz

@@ -4,47 +4,38 @@
 // Java start-up to one.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "html_page_support.h"
+#include "component_test_support.h"
 
 namespace formwiz {
 namespace {
 
-namespace fs = std::filesystem;
-using html_check::Json;
-using html_check::ScratchDir;
+using namespace html_check;
+using VnuTest = ProgramTest;
 
-TEST(VnuTest, ExportedPagesHaveNoErrors) {
-  const std::string jar =
-      html_check::ToolPath("FORMWIZ_VNU_JAR", FORMWIZ_VNU_JAR);
+TEST_F(VnuTest, ExportedPagesHaveNoErrors) {
+  const std::string jar = ToolPath("FORMWIZ_VNU_JAR", FORMWIZ_VNU_JAR);
   // scripts/bootstrap installs the jar when java and npm are there and the
   // npm registry answers.
   const std::string java = "/usr/bin/java";
-  std::string missing = html_check::Missing(jar);
-  if (missing.empty()) missing = html_check::Missing(java);
+  std::string missing = Missing(jar);
+  if (missing.empty()) missing = Missing(java);
   if (!missing.empty()) GTEST_SKIP() << missing;
 
-  const std::vector<std::pair<std::string, Json>> pages = {
-      {"comment-form", html_check::ChoiceSteps(0)},
-      {"request-form", html_check::ChoiceSteps(1)},
-      {"typed-markup", html_check::HostileSteps()},
-  };
-  ScratchDir dir;
   std::vector<std::string> args = {
       java,       "-jar",     jar,   "--errors-only", "--exit-zero-always",
       "--stdout", "--format", "json"};
-  for (const auto& [name, steps] : pages) {
-    const fs::path page = html_check::MakePage(dir, name, steps);
-    ASSERT_FALSE(page.empty());
-    args.push_back(page.string());
+  for (const auto& [name, steps] : {std::pair{"comment-form", ChoiceSteps(0)},
+                                    {"request-form", ChoiceSteps(1)},
+                                    {"typed-markup", HostileSteps()}}) {
+    args.push_back(MakePage(name, steps));
+    ASSERT_FALSE(args.back().empty());
   }
-  const html_check::RunResult run = html_check::RunBounded(120, args, dir);
+  const ProgramRun run = RunProgram(args);
   ASSERT_EQ(run.status, 0) << run.err;
-  const Json report = Json::parse(run.out, nullptr, false);
+  const script::Json report = script::Json::parse(run.out, nullptr, false);
   ASSERT_TRUE(report.contains("messages")) << run.out << run.err;
   for (const auto& m : report["messages"]) {
     ADD_FAILURE() << m.value("url", "") << ":" << m.value("lastLine", 0) << ": "
