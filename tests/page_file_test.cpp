@@ -2,15 +2,12 @@
 // foreign files are refused without touching the page, and `formwiz page`
 // runs a whole editing session on one file.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "component_test_support.h"
 #include "host/page.h"
 
 namespace formwiz::host {
@@ -131,45 +128,32 @@ TEST(PageFileTest, DamagedOrForeignFilesAreRefusedAndThePageKept) {
 }
 
 // `formwiz page`, run as a person at a terminal would, on one file.
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
+using PageCliTest = ProgramTest;
 
-TEST(PageCliTest, EditingSessionOnOneFile) {
-  const char* bin = std::getenv("FORMWIZ_BIN");
-  if (!bin) GTEST_SKIP() << "FORMWIZ_BIN is not set; run through ctest";
-  const std::string dir =
-      testing::TempDir() + "page_cli_" + std::to_string(getpid()) + "_";
-  const std::string page = dir + "page.html";
-  const std::string out = dir + "out";
-  const std::string finish = dir + "finish.json";
-  const std::string cancel = dir + "cancel.json";
-  std::ofstream(finish) << R"js([
+TEST_F(PageCliTest, EditingSessionOnOneFile) {
+  const std::string page = TempPath("page.html");
+  const std::string finish = WriteTemp("finish.json", R"js([
     {"do": "click", "control": "cmdNav(3)"},
     {"do": "type", "control": "txtEmailAddr", "text": "me@example.org"},
-    {"do": "click", "control": "cmdNav(4)"}])js";
-  std::ofstream(cancel) << R"js([{"do": "key", "key": "Escape"}])js";
-  std::remove(page.c_str());
-  auto run = [&](const std::string& args) {
-    const std::string line = std::string(bin) + " page " + args + " > '" + out +
-                             "' 2> '" + out + ".err'";
-    const int status = std::system(line.c_str());
-    EXPECT_EQ(Slurp(out + ".err"), "") << args;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    {"do": "click", "control": "cmdNav(4)"}])js");
+  const std::string cancel =
+      WriteTemp("cancel.json", R"js([{"do": "key", "key": "Escape"}])js");
+  auto run = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), "page");
+    const ProgramRun done = RunFormwiz(args);
+    EXPECT_EQ(done.status, 0) << args[1];
+    EXPECT_EQ(done.err, "") << args[1];
+    return done.out;
   };
-  const std::string quoted = "'" + page + "'";
-  ASSERT_EQ(run("new " + quoted), 0);
-  ASSERT_EQ(run("add-text " + quoted + " 'Write to us <today>'"), 0);
-  ASSERT_EQ(run("insert " + quoted + " --at 0 --script '" + finish + "'"), 0);
-  ASSERT_EQ(run("list " + quoted), 0);
-  EXPECT_EQ(Slurp(out),
+  run({"new", page});
+  run({"add-text", page, "Write to us <today>"});
+  run({"insert", page, "--at", "0", "--script", finish});
+  EXPECT_EQ(run({"list", page}),
             "0\tobject\t\"Form\"\n1\tparagraph\t\"Write to us <today>\"\n");
-  const std::string saved = Slurp(page);
-  ASSERT_EQ(run("open " + quoted + " 0 --script '" + cancel + "'"), 0);
-  EXPECT_EQ(Slurp(page), saved);
-  ASSERT_EQ(run("export " + quoted), 0);
-  const std::string html = Slurp(out);
+  const std::string saved = ReadAll(page);
+  run({"open", page, "0", "--script", cancel});
+  EXPECT_EQ(ReadAll(page), saved);
+  const std::string html = run({"export", page});
   EXPECT_EQ(html, saved);
   EXPECT_NE(html.find("<p>Write to us &lt;today&gt;</p>"), std::string::npos);
 }

@@ -63,29 +63,21 @@ class TestForm : public Form {
 
 // A person who does `actions` in order while the form is on show.
 struct ActionUi : PersonUi {
-  ActionUi() {
-    act = [this](Form& form) {
+  explicit ActionUi(std::vector<UserAction> actions) {
+    act = [this, actions](Form& form) {
       for (const UserAction& a : actions) {
         if (form.Shown()) outcomes.push_back(ApplyUserInput(form, a));
       }
     };
   }
-  std::vector<UserAction> actions;
   std::vector<InputOutcome> outcomes;
 };
 
-UserAction Act(UserAction::Kind kind, std::string control = "",
-               std::string text = "", int row = 0, bool value = false) {
-  UserAction a;
-  a.kind = kind;
-  a.control = std::move(control);
-  a.text = std::move(text);
-  a.row = row;
-  a.value = value;
-  return a;
-}
-
 using K = UserAction::Kind;
+UserAction Act(K kind, std::string control, std::string text = "", int row = 0,
+               bool value = false, int key = 0) {
+  return {kind, std::move(control), std::move(text), row, value, 1, key};
+}
 
 TEST(Toolkit, AssignmentsRaiseOnlyOnChangeAndRowsMoveTheCurrentRow) {
   TestForm form;
@@ -113,39 +105,26 @@ TEST(Toolkit, AssignmentsRaiseOnlyOnChangeAndRowsMoveTheCurrentRow) {
 }
 
 TEST(Toolkit, UserInputFollowsWhatAPersonCanDo) {
+  const std::string e = "\xC3\xA9";  // one character, two bytes
   TestForm form;
-  ActionUi ui;
+  ActionUi ui({
+      Act(K::kType, "txtBox", e + "bcd"),  // 3 fit
+      Act(K::kBackspace, "txtBox"), Act(K::kClear, "txtBox"),
+      Act(K::kClear, "txtBox"),  // empty already: no change
+      Act(K::kSelect, "lstRows", "", 5), Act(K::kCheck, "lstRows", "", 0, true),
+      Act(K::kClick, "txtBox"), Act(K::kClick, "nope"),
+      Act(K::kKey, "", "", 0, false, kKeyEscape),
+      Act(K::kKey, "", "", 0, false, kKeyReturn),
+      Act(K::kClick, "cmdCancel"),  // hidden by then
+  });
   ScopedUi scope(ui);
   form.Load();
   form.Ctl("lstRows").AddItem("r0");
-  ui.actions = {
-      Act(K::kType, "txtBox",
-          "\xC3\xA9"
-          "bcd"),  // stops at 3 characters
-      Act(K::kBackspace, "txtBox"),
-      Act(K::kClear, "txtBox"),
-      Act(K::kClear, "txtBox"),  // empty already: no change
-      Act(K::kSelect, "lstRows", "", 5),
-      Act(K::kCheck, "lstRows", "", 0, true),
-      Act(K::kClick, "txtBox"),
-      Act(K::kClick, "nope"),
-      Act(K::kKey, "", "", 0, false),
-  };
-  ui.actions.back().key = kKeyEscape;
-  UserAction enter = Act(K::kKey);
-  enter.key = kKeyReturn;
-  ui.actions.push_back(enter);
-  ui.actions.push_back(Act(K::kClick, "cmdCancel"));  // hidden by then
   form.ShowModal(nullptr);
-  EXPECT_EQ(form.log, (std::vector<std::string>{"change \xC3\xA9",
-                                                "change \xC3\xA9"
-                                                "b",
-                                                "change \xC3\xA9"
-                                                "bc",
-                                                "change \xC3\xA9"
-                                                "b",
-                                                "change ", "check 0", "key 27",
-                                                "cancel", "key 13", "ok"}));
+  EXPECT_EQ(form.log, (std::vector<std::string>{
+                          "change " + e, "change " + e + "b",
+                          "change " + e + "bc", "change " + e + "b", "change ",
+                          "check 0", "key 27", "cancel", "key 13", "ok"}));
   ASSERT_EQ(ui.outcomes.size(), 10u);
   EXPECT_EQ(ui.outcomes[4].why, "no such row");
   EXPECT_EQ(ui.outcomes[6].why, "not a button");
@@ -158,12 +137,11 @@ TEST(Toolkit, UserInputFollowsWhatAPersonCanDo) {
 // and the scenarios meet each.
 TEST(Toolkit, AHandlerMayUnloadItsOwnFormAndAFailureStaysInside) {
   TestForm form;
-  ActionUi ui;
+  ActionUi ui({Act(K::kType, "txtBox", "ab"), Act(K::kClick, "cmdCancel")});
   ScopedUi scope(ui);
   form.unload_on_cancel = true;
   form.Load();
   form.Ctl("txtBox").on_change = [] { throw Failure{7, "boom"}; };
-  ui.actions = {Act(K::kType, "txtBox", "ab"), Act(K::kClick, "cmdCancel")};
   form.ShowModal(nullptr);  // under ASan: no use of the destroyed controls
   EXPECT_FALSE(form.Loaded());
   ASSERT_EQ(ui.boxes.size(), 1u);  // typing stopped at the first failure
