@@ -1,11 +1,13 @@
 // The operations on the form definition: assembly of a form choice from its
 // fields and templates, the placeholders filled in, the order of the data
-// fields, and the included flags of a field.
+// fields, the included flags of a field and the hidden fields of a form; and
+// the internal error report they all make.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "component/utils.h"
 #include "component_test_support.h"
 #include "formdoc/form_doc.h"
 #include "formdoc/kelxml.h"
@@ -13,7 +15,14 @@
 namespace formwiz {
 namespace {
 
-TEST(AssemblyTest, ReplacesReachedFieldsByTheirFragments) {
+// Every report goes to `ui`.
+class FormDocTest : public ::testing::Test {
+ protected:
+  RecordingUi ui;
+  ScopedUi scoped{ui};
+};
+
+TEST_F(FormDocTest, AssemblyReplacesReachedFieldsByTheirFragments) {
   const std::string kFields =
       "<impl><template name=\"t\"><i n=\"[fieldname]\" s=\"[size]\" "
       "c=\"[cols]\"/></template><form>a<section name=\"A\" size=\"\" "
@@ -55,7 +64,7 @@ TEST(AssemblyTest, ReplacesReachedFieldsByTheirFragments) {
   }
 }
 
-TEST(AssemblyTest, AFormFarLargerThanItsDefinitionIsNotMade) {
+TEST_F(FormDocTest, AFormFarLargerThanItsDefinitionIsNotMade) {
   // A 5 KB field whose values each name the next placeholder a hundred
   // times asks for 10^12 bytes; a 20 KB template used by 1,000 fields, for
   // 20 MB. Each fails once, as out of memory, within its budget of memory
@@ -80,8 +89,6 @@ TEST(AssemblyTest, AFormFarLargerThanItsDefinitionIsNotMade) {
           "prompt=\"Your field:\" size=\"30\"/>",
           20000) +
       "</form></impl>";
-  RecordingUi ui;
-  ScopedUi scoped(ui);
   for (const std::string* definition : {&chained, &copied}) {
     EXPECT_FALSE(AssembleForm(FindElementInXml(*definition, "impl"), 1));
   }
@@ -98,13 +105,13 @@ std::string Replaced(std::string text, const char* find, const char* by) {
   return text;
 }
 
-TEST(SubstitutionTest, ReplaceAllGoesOnBehindWhatItInserted) {
+TEST_F(FormDocTest, ReplaceAllGoesOnBehindWhatItInserted) {
   EXPECT_EQ(Replaced("aaa", "a", "aa"), "aaaaaa");
   EXPECT_EQ(Replaced("aXbXXc", "X", ""), "abc");
   EXPECT_EQ(Replaced("ababa [A] [a ]", "aba", "[a]"), "[a]ba [A] [a ]");
 }
 
-TEST(SubstitutionTest, FillsTextAndAttributeValuesAtAnyDepth) {
+TEST_F(FormDocTest, FillsTextAndAttributeValuesAtAnyDepth) {
   const KelXmlElement p = FindElementInXml(
       "<p x=\"[v]\" y=\"\"><!--[v]--><q b=\"[v]\">t[v]</q></p>", "p");
   SubstituteInTree(p, {"[v]", "<&\"", ""});
@@ -114,7 +121,7 @@ TEST(SubstitutionTest, FillsTextAndAttributeValuesAtAnyDepth) {
             "b=\"&lt;&amp;&quot;\">t&lt;&amp;\"</q></p>");
 }
 
-TEST(FieldOrderTest, RecordsDataFieldsAndMarksHtmlElements) {
+TEST_F(FormDocTest, FieldOrderRecordsDataFieldsAndMarksHtmlElements) {
   const KelXmlElement form = FindElementInXml(
       "<form><input type=\"hidden\" name=\"qln_SortOrder\"/><input "
       "type=\"submit\" name=\"qln_go\"/><input type=\"hidden\" name=\"note\"/>"
@@ -136,7 +143,7 @@ TEST(FieldOrderTest, RecordsDataFieldsAndMarksHtmlElements) {
             "<INPUT name=\"up\"></INPUT><input type=\"submit\"></form>");
 }
 
-TEST(FieldOrderTest, FragmentsNestedBeyondTheReadersLimitAreFilledAndOrdered) {
+TEST_F(FormDocTest, FragmentsNestedBeyondTheReadersLimitAreFilledAndOrdered) {
   // Code can nest deeper than LoadXml accepts; filling and ordering walk
   // such a tree without recursion, and fill children before attributes.
   constexpr int kDepth = 200000;
@@ -147,8 +154,6 @@ TEST(FieldOrderTest, FragmentsNestedBeyondTheReadersLimitAreFilledAndOrdered) {
   leaf.InsertBefore(FindElementInXml("<t>[fieldprompt]</t>", "t").FirstChild(),
                     {});
   leaf.AppendNewElement("input").SetAttribute("name", "[fieldname]");
-  RecordingUi ui;
-  ScopedUi scoped(ui);
   SubstituteInTree(top, {"[fieldname]", "Email", "[fieldprompt]", "Mail:", ""});
   std::string order;
   CollectFieldOrder(top, order);
@@ -161,9 +166,16 @@ TEST(FieldOrderTest, FragmentsNestedBeyondTheReadersLimitAreFilledAndOrdered) {
             "<div title=\"Mail:\">Mail:<input name=\"Email\"></div>");
 }
 
-TEST(FormDocTest, EachOperationReportsItsFailuresUnderItsOwnCode) {
-  RecordingUi ui;
-  ScopedUi scoped(ui);
+TEST_F(FormDocTest, EachOperationReportsItsFailuresUnderItsOwnCode) {
+  // A trapped failure ends the body only, whatever it was.
+  bool after = false;
+  EXPECT_FALSE(Trapped(201, [&] {
+    KelXmlNode().FirstChild();
+    after = true;
+  }));
+  EXPECT_FALSE(after);
+  EXPECT_FALSE(Trapped(202, [] { throw std::bad_alloc(); }));
+  EXPECT_TRUE(Trapped(203, [] {}));
   EXPECT_FALSE(AssembleForm(FindElementInXml("<impl/>", "impl"), 1));
   EXPECT_FALSE(AssembleForm(KelXmlNode(), 1));
   // A field out of any tree gets its template, then fails at the removal.
@@ -185,14 +197,16 @@ TEST(FormDocTest, EachOperationReportsItsFailuresUnderItsOwnCode) {
       "\r\n91: Object variable or With block variable not set";
   const std::string range = "203\r\n9: Subscript out of range";
   std::vector<RecordingUi::Box> expected;
-  for (const std::string& text : {"201" + not_set, "202" + not_set, range,
-                                  range, range, "106" + not_set}) {
+  for (const std::string& text :
+       {"201" + not_set, std::string("202\r\n7: Out of memory"),
+        "201" + not_set, "202" + not_set, range, range, range,
+        "106" + not_set}) {
     expected.push_back({"Error", InternalError(text)});
   }
   EXPECT_EQ(ui.boxes, expected);
 }
 
-TEST(IncludedTest, ReadsAndRewritesTheCharacterAtTheIndex) {
+TEST_F(FormDocTest, IncludedReadsAndRewritesTheCharacterAtTheIndex) {
   struct Case {
     const char* before;  // nullptr: no `included` attribute
     int32_t index;
@@ -218,6 +232,85 @@ TEST(IncludedTest, ReadsAndRewritesTheCharacterAtTheIndex) {
   }
   EXPECT_TRUE(IsFieldHidden(FindElementInXml("<s included=\"yh\"/>", "s"), 2));
   EXPECT_FALSE(IsIncluded(KelXmlNode(), 1));  // Lets no failure out.
+}
+
+TEST_F(FormDocTest, AnInternalErrorHasTheCodeAloneOrASecondLine) {
+  const struct {
+    int32_t number;
+    const char* description;
+    const char* text;
+  } cases[] = {
+      {0, "", "Internal Error in Form Wizard: 105"},
+      {0, "x", "Internal Error in Form Wizard: 105\r\n0: x"},
+      {91, "", "Internal Error in Form Wizard: 105\r\n91: "},
+      {-2147024809, "Bad",
+       "Internal Error in Form Wizard: 105\r\n-2147024809: Bad"},
+  };
+  for (const auto& c : cases) {
+    ui.boxes.clear();
+    ReportInternalError(105, c.number, c.description);
+    EXPECT_EQ(ui.boxes, (std::vector<RecordingUi::Box>{{"Error", c.text}}));
+  }
+}
+
+TEST_F(FormDocTest, AHiddenFieldReadsTheFirstMatchWithAValue) {
+  const struct {
+    const char* form;
+    const char* value;
+  } cases[] = {
+      {"<form/>", ""},
+      {"<form><input type=\"hidden\" name=\"f\" value=\"1\"/></form>", "1"},
+      {"<form><input type=\"text\" name=\"f\" value=\"1\"/></form>", ""},
+      {"<form><input TYPE=\"hidden\" name=\"f\" value=\"1\"/></form>", ""},
+      {"<form><input type=\"Hidden\" name=\"f\" value=\"1\"/></form>", ""},
+      {"<form><INPUT type=\"hidden\" name=\"f\" value=\"1\"/></form>", ""},
+      {"<form><input type=\"hidden\" name=\"F\" value=\"1\"/></form>", ""},
+      {"<form><table><input type=\"hidden\" name=\"f\" value=\"1\"/></table>"
+       "</form>",
+       ""},
+      {"<form><input type=\"hidden\" name=\"f\" value=\"\"/>"
+       "<input type=\"hidden\" name=\"f\" value=\"2\"/>"
+       "<input type=\"hidden\" name=\"f\" value=\"3\"/></form>",
+       "2"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(GetHiddenField(FindElementInXml(c.form, "form"), "f"), c.value)
+        << c.form;
+  }
+  // A failure reads as an absent field.
+  EXPECT_EQ(GetHiddenField(KelXmlNode(), "f"), "");
+}
+
+TEST_F(FormDocTest, NewHiddenFieldsGoFirstInReverseOrderAndExistingOnesStay) {
+  KelXmlElement form = FindElementInXml(
+      "<form><input type=\"hidden\" name=\"b\" value=\"\"/>"
+      "<input type=\"hidden\" name=\"b\" value=\"x\"/><table/></form>",
+      "form");
+  SetHiddenField(form, "a", "1", false);
+  SetHiddenField(form, "b", "2", false);  // the first match, the empty one
+  SetHiddenField(form, "c", "", false);
+  SetHiddenField(form, "d", "<&\"", true);
+  SetHiddenField(form, "a", "3", false);
+  EXPECT_EQ(form.Xml(),
+            "<form><input type=\"hidden\" name=\"d\" value=\"&lt;&amp;&quot;\">"
+            "<input type=\"hidden\" name=\"c\" value=\"\"></input>"
+            "<input type=\"hidden\" name=\"a\" value=\"3\"></input>"
+            "<input type=\"hidden\" name=\"b\" value=\"2\"></input>"
+            "<input type=\"hidden\" name=\"b\" value=\"x\"></input>"
+            "<table></table></form>");
+  // An empty form gets the field as its only child.
+  KelXmlElement bare = FindElementInXml("<form/>", "form");
+  SetHiddenField(bare, "f", "v", false);
+  EXPECT_EQ(bare.Xml(),
+            "<form><input type=\"hidden\" name=\"f\" value=\"v\"></input>"
+            "</form>");
+  EXPECT_TRUE(ui.boxes.empty());
+  // A failure is reported as 301.
+  SetHiddenField(KelXmlElement(), "f", "v", false);
+  EXPECT_EQ(ui.boxes, (std::vector<RecordingUi::Box>{
+                          {"Error", InternalError("301\r\n91: Object variable "
+                                                  "or With block variable not "
+                                                  "set")}}));
 }
 
 }  // namespace

@@ -1,13 +1,12 @@
-// The page file: hostile contents come back byte for byte, damaged or
-// foreign files are refused without touching the page, and `formwiz page`
-// runs a whole editing session on one file.
+// The page file: hostile contents come back byte for byte, and damaged or
+// foreign files are refused without touching the page. `formwiz page` on a
+// file is cli_test's.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <string>
 #include <vector>
 
-#include "component_test_support.h"
 #include "host/page.h"
 
 namespace formwiz::host {
@@ -125,37 +124,6 @@ TEST(PageFileTest, DamagedOrForeignFilesAreRefusedAndThePageKept) {
     EXPECT_EQ(WritePageFile(page), before);
     EXPECT_EQ(page.document->objects, objects);
   }
-}
-
-// `formwiz page`, run as a person at a terminal would, on one file.
-using PageCliTest = ProgramTest;
-
-TEST_F(PageCliTest, EditingSessionOnOneFile) {
-  const std::string page = TempPath("page.html");
-  const std::string finish = WriteTemp("finish.json", R"js([
-    {"do": "click", "control": "cmdNav(3)"},
-    {"do": "type", "control": "txtEmailAddr", "text": "me@example.org"},
-    {"do": "click", "control": "cmdNav(4)"}])js");
-  const std::string cancel =
-      WriteTemp("cancel.json", R"js([{"do": "key", "key": "Escape"}])js");
-  auto run = [&](std::vector<std::string> args) {
-    args.insert(args.begin(), "page");
-    const ProgramRun done = RunFormwiz(args);
-    EXPECT_EQ(done.status, 0) << args[1];
-    EXPECT_EQ(done.err, "") << args[1];
-    return done.out;
-  };
-  run({"new", page});
-  run({"add-text", page, "Write to us <today>"});
-  run({"insert", page, "--at", "0", "--script", finish});
-  EXPECT_EQ(run({"list", page}),
-            "0\tobject\t\"Form\"\n1\tparagraph\t\"Write to us <today>\"\n");
-  const std::string saved = ReadAll(page);
-  run({"open", page, "0", "--script", cancel});
-  EXPECT_EQ(ReadAll(page), saved);
-  const std::string html = run({"export", page});
-  EXPECT_EQ(html, saved);
-  EXPECT_NE(html.find("<p>Write to us &lt;today&gt;</p>"), std::string::npos);
 }
 
 }  // namespace

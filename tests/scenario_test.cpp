@@ -1,7 +1,7 @@
 // Whole runs of the component: each tests/scenarios/*.json is a script with
 // an "expect" section, run through the script runner in-process; and the
 // `formwiz script` command on the example. Invalid scripts are
-// cli_hostile_test's.
+// cli_test's.
 //
 // The facts of "expect", each one object:
 //   {"at": "/json/pointer", "is": value}       the value there equals
@@ -133,23 +133,6 @@ INSTANTIATE_TEST_SUITE_P(Scenarios, Scenario,
                                [](char c) { return !std::isalnum(c); }, '_');
                            return name;
                          });
-
-// The binary, as a host or a person runs it.
-using ScriptCommand = ProgramTest;
-
-TEST_F(ScriptCommand, TheExampleInsertsTheRequestForm) {
-  const ProgramRun run =
-      RunFormwiz({"script", (kSourceDir / "examples" / "new-form.json")});
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(run.err, "");
-  const Json transcript = Json::parse(run.out);
-  EXPECT_TRUE(Matches(Json::parse(R"({"return": "OnCommand", "Result": 1})"),
-                      transcript["events"].back()));
-  ASSERT_EQ(transcript["objects"].size(), 1u);
-  const std::string html = transcript["objects"][0]["HTMLSource"];
-  EXPECT_NE(html.find(R"(name="qln_FormIndex" value="2")"), std::string::npos);
-  EXPECT_EQ(transcript["objects"][0]["HTMLPicture"]["size"], 808);
-}
 
 TEST(Sha256, KnownDigestsAcrossThePaddingBoundary) {
   auto bytes = [](std::string_view s) {

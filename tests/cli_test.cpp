@@ -1,9 +1,10 @@
-// The command line given hostile and broken input: scripts, orb files, page
-// files and the stored definitions in them. Each is refused with one short
-// line and a non-zero status, or runs as the format defines, and a page file
-// that a run could not use keeps every byte. What the readers refuse, kind
-// by kind, is tested on the readers (hostile_input_test, page_file_test);
-// here, that every command meets it.
+// The formwiz command line as a user runs it: the rules of `assemble`, the
+// example script, an editing session with `page`; then hostile and broken
+// input: scripts, orb files, page files and the stored definitions in them.
+// Each is refused with one short line and a non-zero status, or runs as the
+// format defines, and a page file that a run could not use keeps every byte.
+// What the readers refuse, kind by kind, is tested on the readers
+// (hostile_input_test, page_file_test); here, that every command meets it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using Args = std::vector<std::string>;
+using CliTest = ProgramTest;
 
 const std::string kOrb =
     std::string(FORMWIZ_SOURCE_DIR) + "/orbs/form/form.qlo";
@@ -33,9 +35,135 @@ void ExpectOneShortLine(const ProgramRun& run, const std::string& fragment) {
   EXPECT_EQ(run.err.find("root:"), std::string::npos) << "a file leaked";
 }
 
-using CliHostileTest = ProgramTest;
+TEST_F(CliTest, SmallDefinitionsFollowTheCommit) {
+  const struct {
+    const char* name;
+    std::string definition;
+    Args options;
+    std::string html;
+  } kCases[] = {
+      {"index from qln_FormIndex, template filled",
+       R"(<impl><template name="t"><input name="[fieldname]"/></template>)"
+       R"(<form><input type="hidden" name="qln_FormIndex" value="2"/>)"
+       R"(<section name="a" template="t" included="yn"/>)"
+       R"(<section name="b" template="t" included="ny"/></form></impl>)",
+       {},
+       R"(<form><input type="hidden" name="qln_SortOrder" value="b">)"
+       R"(<input type="hidden" name="qln_FormIndex" value="2">)"
+       R"(<input name="b"></form>)"},
+      {"option beats qln_FormIndex; impl found below the top",
+       R"(<orb><impl><form><input type="hidden" name="qln_FormIndex" )"
+       R"(value="2"/><section included="yn"><br/></section></form></impl>)"
+       R"(</orb>)",
+       {"--form-index", "1"},
+       R"(<form><input type="hidden" name="qln_SortOrder" value="">)"
+       R"(<input type="hidden" name="qln_FormIndex" value="2"><br></form>)"},
+      {"assembly takes the first form, the HTML is the last",
+       R"(<impl><form><section included="y"/></form><form id="z"/></impl>)",
+       {"--form-index", "1"},
+       R"(<form id="z"><input type="hidden" name="qln_SortOrder" )"
+       R"(value=""></form>)"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    Args args = {"assemble", WriteTemp("small.xml", c.definition)};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    const ProgramRun run = RunFormwiz(args);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, c.html + "\n");
+    // The same definition on standard input.
+    args[1] = "-";
+    EXPECT_EQ(RunFormwiz(args, c.definition).out, c.html + "\n");
+  }
+}
 
-TEST_F(CliHostileTest, ScriptsThatCannotRunAreRefusedInOneShortLine) {
+// Malformed and hostile definitions are further below.
+TEST_F(CliTest, UnusableInputFailsWithOneReason) {
+  const std::string index = R"(<input type="hidden" name="qln_FormIndex" )";
+  const struct {
+    std::string definition;  // empty: the file does not exist
+    std::string option;      // the value of --form-index, if any
+    int status;
+    std::string err;
+    bool one_line;  // a problem of the input, not a report
+  } kCases[] = {
+      {"", "", 1, "cannot read: No such file", true},
+      {"<orb><form/></orb>", "", 1, "holds no impl element", true},
+      {"<impl><div><form/></div></impl>", "", 1,
+       "Error: Internal Error in Form Wizard: 105\n", false},
+      {"<impl><form>" + index + R"(value="40000"/></form></impl>)", "", 1,
+       "Internal Error in Form Wizard: 102", false},
+      {"<impl><form/></impl>", "40000", 2, "--form-index", false},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.err);
+    Args args = {"assemble", c.definition.empty()
+                                 ? TempPath("no/such.qlo")
+                                 : WriteTemp("bad.xml", c.definition)};
+    if (!c.option.empty()) args.insert(args.end(), {"--form-index", c.option});
+    const ProgramRun run = RunFormwiz(args);
+    EXPECT_EQ(run.status, c.status);
+    EXPECT_EQ(run.out, "");
+    if (c.one_line) {
+      ExpectOneShortLine(run, c.err);
+    } else {
+      EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
+    }
+  }
+}
+
+TEST_F(CliTest, CommandLineNamesItsSubcommands) {
+  const ProgramRun help = RunFormwiz({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("assemble"), std::string::npos) << help.out;
+  EXPECT_EQ(RunFormwiz({}).status, 2);
+  EXPECT_EQ(RunFormwiz({"assemble"}).status, 2);
+}
+
+TEST_F(CliTest, TheExampleInsertsTheRequestForm) {
+  const ProgramRun run =
+      RunFormwiz({"script", FORMWIZ_SOURCE_DIR "/examples/new-form.json"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  const Json transcript = Json::parse(run.out);
+  EXPECT_EQ(transcript["events"].back()["return"], "OnCommand");
+  EXPECT_EQ(transcript["events"].back()["Result"], 1);
+  ASSERT_EQ(transcript["objects"].size(), 1u);
+  const std::string html = transcript["objects"][0]["HTMLSource"];
+  EXPECT_NE(html.find(R"(name="qln_FormIndex" value="2")"), std::string::npos);
+  EXPECT_EQ(transcript["objects"][0]["HTMLPicture"]["size"], 808);
+}
+
+// `formwiz page`, run as a person at a terminal would, on one file.
+TEST_F(CliTest, EditingSessionOnOneFile) {
+  const std::string page = TempPath("page.html");
+  const std::string finish = WriteTemp("finish.json", R"js([
+    {"do": "click", "control": "cmdNav(3)"},
+    {"do": "type", "control": "txtEmailAddr", "text": "me@example.org"},
+    {"do": "click", "control": "cmdNav(4)"}])js");
+  const std::string cancel =
+      WriteTemp("cancel.json", R"js([{"do": "key", "key": "Escape"}])js");
+  auto run = [&](Args args) {
+    args.insert(args.begin(), "page");
+    const ProgramRun done = RunFormwiz(args);
+    EXPECT_EQ(done.status, 0) << args[1];
+    EXPECT_EQ(done.err, "") << args[1];
+    return done.out;
+  };
+  run({"new", page});
+  run({"add-text", page, "Write to us <today>"});
+  run({"insert", page, "--at", "0", "--script", finish});
+  EXPECT_EQ(run({"list", page}),
+            "0\tobject\t\"Form\"\n1\tparagraph\t\"Write to us <today>\"\n");
+  const std::string saved = ReadAll(page);
+  run({"open", page, "0", "--script", cancel});
+  EXPECT_EQ(ReadAll(page), saved);
+  const std::string html = run({"export", page});
+  EXPECT_EQ(html, saved);
+  EXPECT_NE(html.find("<p>Write to us &lt;today&gt;</p>"), std::string::npos);
+}
+
+TEST_F(CliTest, ScriptsThatCannotRunAreRefusedInOneShortLine) {
   const std::string deep = Repeat("[", 100000) + Repeat("]", 100000);
   const std::string huge(1000000, 'x');
   const std::string step0 = R"({"steps": [{"call": "OnCommand"}, )";
@@ -117,7 +245,7 @@ TEST_F(CliHostileTest, ScriptsThatCannotRunAreRefusedInOneShortLine) {
   }
 }
 
-TEST_F(CliHostileTest, HugeCountsAndStringsThatFitTheFormatRunBounded) {
+TEST_F(CliTest, HugeCountsAndStringsThatFitTheFormatRunBounded) {
   const Json steps = Json::parse(R"js([{"call": "OnCommand"},
       {"do": "click", "control": "cmdNav(3)"},
       {"do": "type", "control": "txtEmailAddr", "text": ")js" +
@@ -134,7 +262,7 @@ TEST_F(CliHostileTest, HugeCountsAndStringsThatFitTheFormatRunBounded) {
   const ProgramRun run =
       RunFormwiz({"script", WriteTemp("script.json", script.dump())});
   ASSERT_EQ(run.status, 0) << run.err;
-  std::vector<std::string> typed, ignored;
+  Args typed, ignored;
   const Json transcript = Json::parse(run.out);
   for (const Json& event : transcript["events"]) {
     if (event.contains("snapshot")) {
@@ -149,7 +277,7 @@ TEST_F(CliHostileTest, HugeCountsAndStringsThatFitTheFormatRunBounded) {
   EXPECT_EQ(ignored, (Args{"check: no such row", "select: no such row"}));
 }
 
-TEST_F(CliHostileTest, HostileOrbFilesAreRefusedByEveryCommand) {
+TEST_F(CliTest, HostileOrbFilesAreRefusedByEveryCommand) {
   const std::string page = TempPath("page.html");
   ASSERT_EQ(RunFormwiz({"page", "new", page}).status, 0);
   const std::string before = ReadAll(page);
@@ -195,7 +323,7 @@ std::string PageFileOf(const Args& stored) {
   return host::WritePageFile(page);
 }
 
-TEST_F(CliHostileTest, BrokenPageFilesAreRefusedAndKeepEveryByte) {
+TEST_F(CliTest, BrokenPageFilesAreRefusedAndKeepEveryByte) {
   // A file whose line ends were converted: every command refuses it.
   std::string crlf;
   for (char c : PageFileOf({"<impl/>"})) {
@@ -227,7 +355,7 @@ TEST_F(CliHostileTest, BrokenPageFilesAreRefusedAndKeepEveryByte) {
   }
 }
 
-TEST_F(CliHostileTest, HostileStoredDataAndActionsLeaveThePageAsItWas) {
+TEST_F(CliTest, HostileStoredDataAndActionsLeaveThePageAsItWas) {
   // Each kind of stored data the component refuses is its own test
   // (hostile_input_test); here one, and one that opens nothing.
   const std::string file = PageFileOf({BillionLaughs(), "<p>hi</p>"});
