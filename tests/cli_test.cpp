@@ -4,7 +4,8 @@
 // Each is refused with one short line and a non-zero status, or runs as the
 // format defines, and a page file that a run could not use keeps every byte.
 // What the readers refuse, kind by kind, is tested on the readers
-// (hostile_input_test, page_file_test); here, that every command meets it.
+// (kelxml_test, component_test, page_file_test); here, that every command
+// meets it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -357,7 +358,7 @@ TEST_F(CliTest, BrokenPageFilesAreRefusedAndKeepEveryByte) {
 
 TEST_F(CliTest, HostileStoredDataAndActionsLeaveThePageAsItWas) {
   // Each kind of stored data the component refuses is its own test
-  // (hostile_input_test); here one, and one that opens nothing.
+  // (component_test); here one, and one that opens nothing.
   const std::string file = PageFileOf({BillionLaughs(), "<p>hi</p>"});
   const std::string path = WriteTemp("page.html", file);
   ProgramRun run = RunFormwiz({"page", "open", path, "0"});

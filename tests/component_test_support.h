@@ -24,6 +24,7 @@
 #include "actionoptions/frm_action_options.h"
 #include "component/cls_form_wiz.h"
 #include "component/identity.h"
+#include "formdoc/kelxml.h"
 #include "host/page_document.h"
 #include "script/script.h"
 #include "toolkit/input.h"
@@ -35,12 +36,8 @@ namespace formwiz {
 inline tk::InputOutcome Do(tk::Form& form, tk::UserAction::Kind kind,
                            std::string control = "", std::string text = "",
                            int key = 0) {
-  tk::UserAction action;
-  action.kind = kind;
-  action.control = std::move(control);
-  action.text = std::move(text);
-  action.key = key;
-  return tk::ApplyUserInput(form, action);
+  return tk::ApplyUserInput(
+      form, {kind, std::move(control), std::move(text), 0, false, 1, key});
 }
 inline tk::InputOutcome Click(tk::Form& form, std::string control) {
   return Do(form, tk::UserAction::Kind::kClick, std::move(control));
@@ -108,18 +105,13 @@ class ComponentTest : public ::testing::Test {
   }
   ~ComponentTest() override { frmActionOptions::Instance().bInUse = false; }
 
-  // The texts of the message boxes shown so far.
-  std::vector<std::string> Texts() const {
+  // The message boxes shown so far: their texts, or "title: text".
+  std::vector<std::string> Texts(bool titled = false) const {
     std::vector<std::string> texts;
-    for (const auto& box : ui.boxes) texts.push_back(box.text);
+    for (const auto& box : ui.boxes) {
+      texts.push_back((titled ? box.title + ": " : "") + box.text);
+    }
     return texts;
-  }
-  // The message boxes shown so far, as "title: text".
-  std::vector<std::string> Boxes() const {
-    std::vector<std::string> boxes;
-    for (const auto& box : ui.boxes)
-      boxes.push_back(box.title + ": " + box.text);
-    return boxes;
   }
 
   // A text selection given the page, as OnCommand makes one.
@@ -151,6 +143,59 @@ inline std::string BillionLaughs() {
            Repeat("&l" + std::to_string(i - 1) + ";", 10) + "\">";
   }
   return doc + "]><impl><form v=\"&l9;\">&l9;</form></impl>";
+}
+
+struct NamedXml {
+  const char* name;
+  std::string xml;
+};
+
+// Documents that must be refused whole: entities of every kind, nesting
+// beyond the cap, bytes that are no XML character in UTF-8, and what is not
+// one well-formed document.
+inline std::vector<NamedXml> Unreadable() {
+  using namespace std::string_literals;
+  return {
+      {"billion laughs", BillionLaughs()},
+      {"external entity",
+       "<!DOCTYPE impl [<!ENTITY x SYSTEM \"file:///etc/passwd\">]>"
+       "<impl><form>&x;</form></impl>"},
+      {"parameter entity",
+       "<!DOCTYPE impl [<!ENTITY % p SYSTEM \"file:///etc/passwd\"> %p;]>"
+       "<impl><form/></impl>"},
+      {"external DTD",
+       "<!DOCTYPE impl SYSTEM \"file:///etc/passwd\"><impl><form/></impl>"},
+      {"undeclared entity in an attribute", "<impl><form v=\"&x;\"/></impl>"},
+      {"10^6 nested elements",
+       "<impl>" + Repeat("<a>", 1000000) + Repeat("</a>", 1000000) + "</impl>"},
+      {"invalid byte in an attribute", "<impl><form v=\"\xFF\"/></impl>"},
+      {"overlong '<' in an attribute", "<impl><form v=\"\xC0\xBC\"/></impl>"},
+      {"overlong 3-byte '<'", "<impl>\xE0\x80\xBC</impl>"},
+      {"overlong 4-byte '<'", "<impl>\xF0\x80\x80\xBC</impl>"},
+      {"surrogate pair as two 3-byte forms",
+       "<impl>\xED\xA0\xBD\xED\xB8\x80</impl>"},
+      {"low surrogate in an attribute", "<impl v=\"\xED\xBF\xBF\"/>"},
+      {"beyond U+10FFFF", "<impl>\xF4\x90\x80\x80</impl>"},
+      {"U+FFFE", "<impl>\xEF\xBF\xBE</impl>"},
+      {"sequence cut short", "<impl>\xE2\x82</impl>"},
+      {"sequence cut short in a name", "<impl\xE2\x82/>"},
+      {"surrogate by reference", "<impl>&#xD83D;</impl>"},
+      {"NUL by reference", "<impl v=\"&#0;\"/>"},
+      {"NUL in an attribute", "<impl v=\"\0\"/>"s},
+      {"NUL after the end", "<impl/>\0"s},
+      {"NUL in text", "<a>\0</a>"s},
+      {"bad continuation byte", "<a>\xC3\x28</a>"},
+      {"control character", "<a>\x01</a>"},
+      {"undeclared entity in text", "<l>&nope;</l>"},
+      {"a DOCTYPE of no entity", "<!DOCTYPE impl><impl/>"},
+      {"one level beyond the cap",
+       Repeat("<a>", KelXmlDocument::kMaxDepth + 1) +
+           Repeat("</a>", KelXmlDocument::kMaxDepth + 1)},
+      {"definition cut short", "<impl><forminfo/><form><input"},
+      {"end tag that closes nothing", "<impl><form></impl>"},
+      {"two top elements", "<a/><b/>"},
+      {"text alone", "just text"},
+  };
 }
 
 // Files of this test process's own: ctest runs tests in parallel processes

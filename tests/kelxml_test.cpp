@@ -1,5 +1,7 @@
-// The tree: parsing, serialising and node moves. What LoadXml refuses, and
-// trees of any depth, are hostile_input_test's.
+// The tree: parsing, serialising and node moves; and hostile input: what
+// cannot be read is refused whole and quickly, what can be read comes out as
+// XML's rules say and is written so that it reads back the same, and a tree
+// of any depth or width is walked without recursion.
 #include "formdoc/kelxml.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +10,7 @@
 #include <string>
 
 #include "component/failure.h"
+#include "component_test_support.h"
 
 namespace formwiz {
 namespace {
@@ -188,6 +191,96 @@ TEST(KelXmlFind, FindsTopOrNestedElementDetached) {
   EXPECT_FALSE(FindElementInXml("<impl/>", "impl").IsNull());
   EXPECT_TRUE(FindElementInXml("<orb/>", "impl").IsNull());
   EXPECT_TRUE(FindElementInXml("<impl>", "impl").IsNull());
+}
+
+TEST(KelXmlHostile, UnreadableDocumentsAreRefusedWhole) {
+  std::vector<NamedXml> cases = Unreadable();
+  cases.push_back({"empty", ""});  // the component never reads it
+  for (const NamedXml& c : cases) {
+    SCOPED_TRACE(c.name);
+    KelXmlDocument doc;
+    ASSERT_TRUE(doc.LoadXml("<kept/>"));
+    EXPECT_FALSE(doc.LoadXml(c.xml));
+    EXPECT_EQ(doc.Root().FirstChild().Xml(), "<kept></kept>");
+    EXPECT_TRUE(FindElementInXml(c.xml, "impl").IsNull());
+  }
+  KelXmlDocument doc;
+  const int cap = KelXmlDocument::kMaxDepth;
+  EXPECT_TRUE(doc.LoadXml(Repeat("<a>", cap) + Repeat("</a>", cap)));
+  // A declared encoding does not change how the bytes are read.
+  EXPECT_TRUE(doc.LoadXml(
+      "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><a>\xC3\xA9</a>"));
+  EXPECT_EQ(doc.Root().FirstChild().Text(), "\xC3\xA9");
+}
+
+TEST(KelXmlHostile, LineEndsAreNormalisedAndWrittenToReadBackTheSame) {
+  const struct {
+    std::string_view xml;  // CR LF, lone CR, tab and their references
+    std::string_view value;
+    std::string_view text;
+  } kCases[] = {
+      {"<a v=\"1\r\n2\">1\r\n2</a>", "1 2", "1\n2"},
+      {"<a v=\"1\r2\">1\r2</a>", "1 2", "1\n2"},
+      {"<a v=\"1\r\r\n2\">1\r\r\n2</a>", "1  2", "1\n\n2"},
+      {"<a v=\"1\n\t2\">1\n\t2</a>", "1  2", "1\n\t2"},
+      {"<a v=\"&#13;&#10;&#9;\">&#13;&#10;&#13;</a>", "\r\n\t", "\r\n\r"},
+      {"<a v=\"\r\">\r<![CDATA[\r\n]]>&#13;\r</a>", " ", "\n\n\r\n"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::PrintToString(std::string(c.xml)));
+    KelXmlDocument doc;
+    ASSERT_TRUE(doc.LoadXml(c.xml));
+    const KelXmlNode a = doc.Root().FirstChild();
+    EXPECT_EQ(a.GetAttribute("v"), c.value);
+    EXPECT_EQ(a.Text(), c.text);
+    const KelXmlElement again = FindElementInXml(a.Xml(), "a");
+    EXPECT_EQ(again.GetAttribute("v"), c.value) << a.Xml();
+    EXPECT_EQ(again.Text(), c.text);
+  }
+}
+
+TEST(KelXmlHostile, AHugeAttributeValueLoads) {
+  // Over 100 MB of attribute value, so the text reaches the parser in
+  // several pieces, and a CR LF in the text split across two of them. The
+  // writing back of what was normalised is the test above, on small text.
+  constexpr size_t kPiece = size_t{1} << 24;
+  const std::string head = "<a v=\"\r\n&#13;&#9;\t";
+  const std::string tail = "\">x\r\ny</a>";
+  std::string doc = head;
+  doc.append(6 * kPiece - head.size() - 4, 'v');
+  doc += tail;
+  ASSERT_EQ(doc.substr(6 * kPiece - 1, 2), "\r\n");
+  const size_t fill = doc.size() - head.size() - tail.size();
+  ASSERT_GT(fill, 100000000u);
+
+  KelXmlDocument loaded;
+  ASSERT_TRUE(loaded.LoadXml(doc));
+  doc = std::string();
+  const KelXmlNode a = loaded.Root().FirstChild();
+  const std::string value = a.GetAttribute("v");
+  ASSERT_EQ(value.size(), 4 + fill);
+  EXPECT_EQ(value.substr(0, 4), " \r\t ");
+  EXPECT_EQ(value.find_first_not_of('v', 4), std::string::npos);
+  EXPECT_EQ(a.Text(), "x\ny");
+}
+
+TEST(KelXmlHostile, ATreeOfAnyDepthOrWidthIsWrittenCopiedAndFreed) {
+  // Code may build deeper than the parser accepts, and rows of siblings of
+  // any length; every walk of the tree must take them without recursion.
+  constexpr int kDepth = 300000, kWidth = 50000;
+  KelXmlElement top = FindElementInXml("<a/>", "a");
+  KelXmlElement leaf = top;
+  for (int i = 1; i < kDepth; ++i) leaf = leaf.AppendNewElement("a");
+  leaf.InsertBefore(FindElementInXml("<t>x</t>", "t").FirstChild(), {});
+  for (int i = 0; i < kWidth; ++i) top.AppendNewElement("s");
+  const std::string xml = top.Xml();
+  EXPECT_EQ(xml.size(), (kDepth + kWidth) * 7 + 1);
+  EXPECT_EQ(top.GetElementsByTagName("a").Count(), kDepth - 1);
+  EXPECT_TRUE(top.CloneNode(true).Xml() == xml);
+  KelXmlDocument doc;
+  EXPECT_FALSE(doc.LoadXml(xml)) << "deeper than the reader takes";
+  top = KelXmlElement();
+  EXPECT_EQ(leaf.Text(), "x") << "a held node outlives its tree";
 }
 
 }  // namespace
