@@ -157,10 +157,7 @@ TEST_F(ActionOptionsTest, GotValidFormAction) {
 }
 
 TEST_F(ActionOptionsTest, GetOptionsFromForm) {
-  const struct {
-    std::string form;
-    const char* fields;
-  } cases[] = {
+  const std::pair<std::string, const char*> cases[] = {
       // No action, or the default one: e-mail, and the URL is the
       // placeholder, not the stored action.
       {"<form defaultaction='/mail'/>", "mail|http://|/mail|||human"},
@@ -175,13 +172,13 @@ TEST_F(ActionOptionsTest, GetOptionsFromForm) {
       {"<form><input type='hidden' name='qln_SendMode' value=' 2'/></form>",
        "mail|http://||||human"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.form);
+  for (const auto& [form, fields] : cases) {
+    SCOPED_TRACE(form);
     Reset();
     dlg.strEmailSubj = "earlier";
     dlg.mvarModified = true;
-    Open(c.form);
-    EXPECT_EQ(Fields(), c.fields);
+    Open(form);
+    EXPECT_EQ(Fields(), fields);
     EXPECT_FALSE(dlg.mvarModified);
     ExpectControlsShowTheFields();
   }

@@ -235,21 +235,17 @@ TEST_F(FormDocTest, IncludedReadsAndRewritesTheCharacterAtTheIndex) {
 }
 
 TEST_F(FormDocTest, AnInternalErrorHasTheCodeAloneOrASecondLine) {
-  const struct {
-    int32_t number;
-    const char* description;
-    const char* text;
-  } cases[] = {
+  const std::tuple<int32_t, const char*, const char*> cases[] = {
       {0, "", "Internal Error in Form Wizard: 105"},
       {0, "x", "Internal Error in Form Wizard: 105\r\n0: x"},
       {91, "", "Internal Error in Form Wizard: 105\r\n91: "},
       {-2147024809, "Bad",
        "Internal Error in Form Wizard: 105\r\n-2147024809: Bad"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [number, description, text] : cases) {
     ui.boxes.clear();
-    ReportInternalError(105, c.number, c.description);
-    EXPECT_EQ(ui.boxes, (std::vector<RecordingUi::Box>{{"Error", c.text}}));
+    ReportInternalError(105, number, description);
+    EXPECT_EQ(ui.boxes, (std::vector<RecordingUi::Box>{{"Error", text}}));
   }
 }
 

@@ -324,11 +324,7 @@ class FieldStepTest : public ::testing::Test {
 TEST_F(FieldStepTest, ListsTheReachedFieldsAndWritesNothing) {
   const std::string hidden_first =
       "<impl><form><section name='X' included='hy'/></form></impl>";
-  const struct {
-    std::string xml;
-    int16_t index;
-    const char* rows;
-  } cases[] = {
+  const std::tuple<std::string, int16_t, const char*> cases[] = {
       // The walk of the first choice is a scenario
       // (field-moves-renames-sizes.json).
       {kOrb, 2, "[Lead+] A- B+ C+"},
@@ -345,16 +341,16 @@ TEST_F(FieldStepTest, ListsTheReachedFieldsAndWritesNothing) {
        "<section name='E'/></table></form></impl>",
        1, "[E-]"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.xml + " @" + std::to_string(c.index));
-    Open(c.xml, c.index, -1);
-    EXPECT_EQ(Rows(), c.rows);
+  for (const auto& [xml, index, rows] : cases) {
+    SCOPED_TRACE(xml + " @" + std::to_string(index));
+    Open(xml, index, -1);
+    EXPECT_EQ(Rows(), rows);
     // Row 0 is current and shown in the boxes.
     EXPECT_EQ(Ctl("txtFieldName").Text(),
-              *c.rows ? Ctl("lstFields").List(0) : "");
+              *rows ? Ctl("lstFields").List(0) : "");
     Ctl("lstFields").SetListIndex(-1);
     tk::RunEvent(Ctl("cmdShift", 1).on_click);  // No current row: nothing.
-    EXPECT_EQ(wiz.elemImpl.Xml(), Pristine(c.xml));
+    EXPECT_EQ(wiz.elemImpl.Xml(), Pristine(xml));
   }
   ASSERT_TRUE(doc.LoadXml("<impl/>"));
   wiz.elemImpl = doc.Root().FirstChild();
@@ -416,10 +412,8 @@ TEST_F(FieldStepTest, RenamesNeverEmptyANameAndKeepTheRow) {
 }
 
 TEST_F(FieldStepTest, SizeBoxesFollowTheAttributesPresent) {
-  const struct {
-    const char* attrs;
-    const char* boxes;  // "caption=text" of each shown box
-  } cases[] = {
+  // boxes: "caption=text" of each shown box
+  const std::pair<const char*, const char*> cases[] = {
       // Each attribute alone and the pairs are a scenario
       // (field-moves-renames-sizes.json).
       {"size=''", "Field Width:=|"},
@@ -433,13 +427,13 @@ TEST_F(FieldStepTest, SizeBoxesFollowTheAttributesPresent) {
     EXPECT_EQ(box.Visible(), label.Visible());
     return box.Visible() ? label.Caption() + "=" + box.Text() : "";
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.attrs);
+  for (const auto& [attrs, boxes] : cases) {
+    SCOPED_TRACE(attrs);
     const std::string xml = std::string("<impl><form><section name='F' ") +
-                            c.attrs + "/><section name='G'/></form></impl>";
+                            attrs + "/><section name='G'/></form></impl>";
     Open(xml, 1, 1);
     Ctl("lstFields").SetListIndex(0);
-    EXPECT_EQ(shown(1) + "|" + shown(2), c.boxes);
+    EXPECT_EQ(shown(1) + "|" + shown(2), boxes);
     EXPECT_EQ(wiz.elemImpl.Xml(), Pristine(xml));
   }
   // The pair's box edits the attribute that won it; a prompt can be empty.

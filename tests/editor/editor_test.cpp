@@ -2,21 +2,16 @@
 // asks a person answered by the test.
 #include <gtest/gtest.h>
 
-#include <QAbstractButton>
-#include <QApplication>
-#include <QFrame>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QTemporaryDir>
-#include <QTest>
-#include <QTimer>
 #include <deque>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 
+#include "../qt_test_support.h"
 #include "component/identity.h"
 #include "editor_window.h"
 #include "orb_catalog.h"
@@ -138,45 +133,24 @@ TEST(EditorWindowTest, OpensEditsDeletesAsksAndRefusesADamagedFile) {
   EXPECT_EQ(window.path(), QFileInfo(file).absoluteFilePath());
 }
 
-// Runs `steps` one by one on the modal dialog in front, as a person would,
-// while the window's own call is inside the dialog's loop.
-void DriveDialogs(std::deque<std::function<void(QWidget&)>> steps) {
-  auto* timer = new QTimer;
-  QObject::connect(timer, &QTimer::timeout, [timer, steps]() mutable {
-    QWidget* dialog = QApplication::activeModalWidget();
-    if (!dialog) return;
-    auto step = std::move(steps.front());
-    steps.pop_front();
-    if (steps.empty()) {
-      timer->stop();
-      timer->deleteLater();
-    }
-    step(*dialog);
-  });
-  timer->start(20);
-}
-
-std::function<void(QWidget&)> Click(const char* name) {
-  return [name](QWidget& dialog) {
-    auto* button = dialog.findChild<QAbstractButton*>(name);
-    ASSERT_NE(button, nullptr) << name;
-    QTest::mouseClick(button, Qt::LeftButton);
-  };
-}
-
 TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
   TestWindow window;
   window.show();
   window.InsertParagraph();
   window.InsertParagraph();
   window.view()->FocusBlock(0);
-  DriveDialogs({Click("optForm(1)"), Click("cmdNav(3)"),
-                [](QWidget& dialog) {
-                  QTest::keyClicks(dialog.findChild<QLineEdit*>("txtEmailAddr"),
-                                   "sales@example.org");
-                },
-                Click("cmdNav(3)"), Click("cmdNav(3)"), Click("cmdNav(4)")});
+  qtui::Person person;
+  person.At("frmWizard", [](qtui::FormView& view) {
+    qtui::Click(view, "optForm(1)");
+    qtui::Click(view, "cmdNav(3)");
+    QTest::keyClicks(qtui::Get<QLineEdit>(view, "txtEmailAddr"),
+                     "sales@example.org");
+    for (const char* next : {"cmdNav(3)", "cmdNav(3)", "cmdNav(4)"}) {
+      qtui::Click(view, next);
+    }
+  });
   window.InsertOrb(kOrbs / "form" / "form.qlo");
+  EXPECT_TRUE(person.Done());
 
   const auto& blocks = window.page().blocks;
   ASSERT_EQ(blocks.size(), 3u);
@@ -188,13 +162,10 @@ TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
 
   // A double-click opens the object again; closing the wizard keeps it.
   const std::string html = *blocks[1].object->html_source;
-  QString opened;
-  DriveDialogs({[&opened](QWidget& dialog) {
-    opened = dialog.objectName();
-    dialog.close();
-  }});
+  qtui::Person closer;
+  closer.At("frmWizard", [](qtui::FormView& view) { view.close(); });
   QTest::mouseDClick(window.view()->Row(1), Qt::LeftButton);
-  EXPECT_EQ(opened, "frmWizard");
+  EXPECT_TRUE(closer.Done());
   EXPECT_EQ(blocks[1].object->html_source, html);
   EXPECT_TRUE(window.errors.isEmpty());
 }
@@ -215,12 +186,3 @@ TEST(OrbCatalogTest, FindsTheBundledOrbAndRefusesAFileWithoutImpl) {
 
 }  // namespace
 }  // namespace formwiz::editor
-
-int main(int argc, char** argv) {
-  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-  }
-  QApplication app(argc, argv);
-  testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
-}
