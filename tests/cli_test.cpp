@@ -171,12 +171,10 @@ TEST_F(CliTest, ScriptsThatCannotRunAreRefusedInOneShortLine) {
   auto check = [&](const std::string& rest) {
     return step0 + R"({"do": "check", "control": "lstFields", )" + rest + "}]}";
   };
-  std::string files = R"({"host": {"files": {)";
-  for (char name = 'a'; name <= 'e'; ++name) {
-    files += std::string(name == 'a' ? "" : ", ") + "\"" + name +
-             R"(": {"size": 16777216})";
+  Json files;
+  for (const char* name : {"a", "b", "c", "d", "e"}) {
+    files[name]["size"] = 16777216;
   }
-  files += "}}}";
   const struct {
     const char* name;
     std::string script;
@@ -224,7 +222,8 @@ TEST_F(CliTest, ScriptsThatCannotRunAreRefusedInOneShortLine) {
       {"a file of a terabyte",
        R"({"host": {"files": {"p.png": {"size": 1099511627776}}}})",
        "host.files.p.png.size: expected 0 to 16777216"},
-      {"files too large in all", files, "host.files.e: the script's files"},
+      {"files too large in all", Json{{"host", {{"files", files}}}}.dump(),
+       "host.files.e: the script's files"},
       {"object not made yet",
        R"({"host": {"objects": [{}]}, "steps": [{"call": "OnOpen",)"
        R"( "object": 1}, {"call": "OnCommand"}]})",
