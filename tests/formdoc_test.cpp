@@ -100,18 +100,15 @@ TEST_F(FormDocTest, AFormFarLargerThanItsDefinitionIsNotMade) {
                 2, {"Error", InternalError("201\r\n7: Out of memory")})));
 }
 
-std::string Replaced(std::string text, const char* find, const char* by) {
-  ReplaceAll(text, find, by);
-  return text;
-}
-
-TEST_F(FormDocTest, ReplaceAllGoesOnBehindWhatItInserted) {
-  EXPECT_EQ(Replaced("aaa", "a", "aa"), "aaaaaa");
-  EXPECT_EQ(Replaced("aXbXXc", "X", ""), "abc");
-  EXPECT_EQ(Replaced("ababa [A] [a ]", "aba", "[a]"), "[a]ba [A] [a ]");
-}
-
-TEST_F(FormDocTest, FillsTextAndAttributeValuesAtAnyDepth) {
+TEST_F(FormDocTest, SubstitutionFillsTextAndValuesGoingOnBehindWhatItPut) {
+  for (const auto& [text, find, by, replaced] :
+       {std::tuple{"aaa", "a", "aa", "aaaaaa"},
+        {"aXbXXc", "X", "", "abc"},
+        {"ababa [A] [a ]", "aba", "[a]", "[a]ba [A] [a ]"}}) {
+    std::string s = text;
+    ReplaceAll(s, find, by);
+    EXPECT_EQ(s, replaced);
+  }
   const KelXmlElement p = FindElementInXml(
       "<p x=\"[v]\" y=\"\"><!--[v]--><q b=\"[v]\">t[v]</q></p>", "p");
   SubstituteInTree(p, {"[v]", "<&\"", ""});
@@ -167,6 +164,11 @@ TEST_F(FormDocTest, FragmentsNestedBeyondTheReadersLimitAreFilledAndOrdered) {
 }
 
 TEST_F(FormDocTest, EachOperationReportsItsFailuresUnderItsOwnCode) {
+  // The report: the code alone, or a second line with the number.
+  ReportInternalError(105, 0, "");
+  ReportInternalError(105, 0, "x");
+  ReportInternalError(105, 91, "");
+  ReportInternalError(105, -2147024809, "Bad");
   // A trapped failure ends the body only, whatever it was.
   bool after = false;
   EXPECT_FALSE(Trapped(201, [&] {
@@ -198,7 +200,9 @@ TEST_F(FormDocTest, EachOperationReportsItsFailuresUnderItsOwnCode) {
   const std::string range = "203\r\n9: Subscript out of range";
   std::vector<RecordingUi::Box> expected;
   for (const std::string& text :
-       {"201" + not_set, std::string("202\r\n7: Out of memory"),
+       {std::string("105"), std::string("105\r\n0: x"),
+        std::string("105\r\n91: "), std::string("105\r\n-2147024809: Bad"),
+        "201" + not_set, std::string("202\r\n7: Out of memory"),
         "201" + not_set, "202" + not_set, range, range, range,
         "106" + not_set}) {
     expected.push_back({"Error", InternalError(text)});
@@ -232,21 +236,6 @@ TEST_F(FormDocTest, IncludedReadsAndRewritesTheCharacterAtTheIndex) {
   }
   EXPECT_TRUE(IsFieldHidden(FindElementInXml("<s included=\"yh\"/>", "s"), 2));
   EXPECT_FALSE(IsIncluded(KelXmlNode(), 1));  // Lets no failure out.
-}
-
-TEST_F(FormDocTest, AnInternalErrorHasTheCodeAloneOrASecondLine) {
-  const std::tuple<int32_t, const char*, const char*> cases[] = {
-      {0, "", "Internal Error in Form Wizard: 105"},
-      {0, "x", "Internal Error in Form Wizard: 105\r\n0: x"},
-      {91, "", "Internal Error in Form Wizard: 105\r\n91: "},
-      {-2147024809, "Bad",
-       "Internal Error in Form Wizard: 105\r\n-2147024809: Bad"},
-  };
-  for (const auto& [number, description, text] : cases) {
-    ui.boxes.clear();
-    ReportInternalError(105, number, description);
-    EXPECT_EQ(ui.boxes, (std::vector<RecordingUi::Box>{{"Error", text}}));
-  }
 }
 
 TEST_F(FormDocTest, AHiddenFieldReadsTheFirstMatchWithAValue) {
