@@ -185,6 +185,8 @@ inline std::vector<NamedXml> Unreadable() {
       {"NUL after the end", "<impl/>\0"s},
       {"NUL in text", "<a>\0</a>"s},
       {"bad continuation byte", "<a>\xC3\x28</a>"},
+      {"overlong '/' in text", "<a>\xC0\xAF</a>"},
+      {"high surrogate alone in text", "<a>\xED\xA0\x80</a>"},
       {"control character", "<a>\x01</a>"},
       {"undeclared entity in text", "<l>&nope;</l>"},
       {"a DOCTYPE of no entity", "<!DOCTYPE impl><impl/>"},
