@@ -76,8 +76,12 @@ double PeakMemoryRatio(int fields) {
   const std::string self =
       std::filesystem::read_symlink("/proc/self/exe", error).string();
   if (error) return -1;
+  // Quoted for the shell, a quote in the path included.
+  std::string quoted = "'";
+  for (char c : self)
+    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
   const std::string command =
-      "'" + self + "' " + std::string(kPeakFlag) + std::to_string(fields);
+      quoted + "' " + std::string(kPeakFlag) + std::to_string(fields);
   FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) return -1;
   double ratio = -1;
