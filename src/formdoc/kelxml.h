@@ -22,9 +22,8 @@ namespace formwiz {
 
 namespace detail {
 
-// The count of owners that every node carries.
-// (32 bits: a tree held by two thousand million handles does not fit in
-// memory anyway.)
+// The count of owners that every node carries. 32 bits are plenty: two
+// thousand million handles would not fit in memory.
 struct Counted {
   int32_t refs = 0;
 };

@@ -23,12 +23,10 @@ struct Attr {
 // its parent alive; when a node dies it unlinks every child it owned, so a
 // child that someone still holds comes out detached.
 //
-// A node is one allocation with its attributes in one more: the attributes
-// live in the node, and short names and values inside their strings.
-//
-// Nodes are most of a tree's memory, so a node is kept to 104 bytes: the
-// kind and the marks share a word with the count, and one string serves
-// every kind.
+// Nodes are most of a tree's memory, so a node is kept small: one
+// allocation of 104 bytes, where the kind and the marks share a word with the
+// count and one string serves every kind, and one more for all its
+// attributes side by side. Short names and values stay inside their strings.
 struct Node : Counted {
   explicit Node(KelXmlNodeType t) : kind(static_cast<uint8_t>(t)) {}
   Node(const Node&) = delete;
@@ -41,7 +39,7 @@ struct Node : Counted {
   bool no_end_tag = false;
   // Element: tag. Text, comment: content. Processing instruction: target,
   // then a space and the content when there is any (a target holds no
-  // space); PiTarget and PiData take them apart.
+  // space, so PiData finds the content again).
   std::string value;
   std::vector<Attr> attrs;
 
@@ -69,9 +67,6 @@ struct Node : Counted {
   Attr* FindAttr(std::string_view attr_name);
   const Attr* FindAttr(std::string_view attr_name) const;
 
-  std::string_view PiTarget() const {
-    return std::string_view(value).substr(0, value.find(' '));
-  }
   std::string_view PiData() const {
     const size_t space = value.find(' ');
     return space == std::string::npos
