@@ -161,10 +161,11 @@ std::string CheckScript(std::string_view input) {
   try {
     parsed = script::ParseScript(text, kBaseDir);
   } catch (const script::ScriptError& e) {
-    // "<where>: <problem>", where is the script, the host or a step.
+    // "<where>: <problem>", where is the script, the host, the list of
+    // steps or one step.
     const std::string_view line = e.what();
     const bool placed = line.starts_with("script: ") ||
-                        line.starts_with("host") || line.starts_with("steps[");
+                        line.starts_with("host") || line.starts_with("steps");
     if (!placed || line.find(": ") == std::string_view::npos) {
       return "refused without saying where: " + Excerpt(line);
     }
