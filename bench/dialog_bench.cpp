@@ -79,47 +79,52 @@ void Check(benchmark::State& state, FieldStep& step, bool acted) {
   if (step.rows() != kRows) state.SkipWithError("rows went missing");
 }
 
-// Ticks and unticks the middle row in turn.
-void BM_TickField(benchmark::State& state) {
+// Runs `first` and `second` in turn while the wizard is on show, one per
+// round, each a person's action that must be taken.
+template <typename First, typename Second>
+void Alternate(benchmark::State& state, First&& first, Second&& second) {
   FieldStep step;
-  bool on = false;
+  bool odd = false;
   step.WhileShown([&] {
     for (auto _ : state) {
-      on = !on;
-      Check(state, step,
-            step.Act(tk::UserAction::Kind::kCheck, "lstFields", kRows / 2, "",
-                     on));
+      odd = !odd;
+      Check(state, step, odd ? first(step) : second(step));
     }
   });
 }
 
+// Ticks and unticks the middle row in turn.
+void BM_TickField(benchmark::State& state) {
+  auto tick = [](bool on) {
+    return [on](FieldStep& step) {
+      return step.Act(tk::UserAction::Kind::kCheck, "lstFields", kRows / 2, "",
+                      on);
+    };
+  };
+  Alternate(state, tick(true), tick(false));
+}
+
 // Moves the current field up and down in turn.
 void BM_MoveField(benchmark::State& state) {
-  FieldStep step;
-  int button = 1;
-  step.WhileShown([&] {
-    for (auto _ : state) {
-      button = 1 - button;
-      Check(state, step,
-            step.Act(tk::UserAction::Kind::kClick,
-                     "cmdShift(" + std::to_string(button) + ")"));
-    }
-  });
+  auto click = [](const char* button) {
+    return [button](FieldStep& step) {
+      return step.Act(tk::UserAction::Kind::kClick, button);
+    };
+  };
+  Alternate(state, click("cmdShift(0)"), click("cmdShift(1)"));
 }
 
 // One keystroke in the name box, typing and deleting in turn: each renames
 // the field in the tree and replaces its row.
 void BM_RenameKeystroke(benchmark::State& state) {
-  FieldStep step;
-  bool type = false;
-  step.WhileShown([&] {
-    for (auto _ : state) {
-      type = !type;
-      Check(state, step,
-            type ? step.Act(tk::UserAction::Kind::kType, "txtFieldName", 0, "x")
-                 : step.Act(tk::UserAction::Kind::kBackspace, "txtFieldName"));
-    }
-  });
+  Alternate(
+      state,
+      [](FieldStep& step) {
+        return step.Act(tk::UserAction::Kind::kType, "txtFieldName", 0, "x");
+      },
+      [](FieldStep& step) {
+        return step.Act(tk::UserAction::Kind::kBackspace, "txtFieldName");
+      });
 }
 
 // Entering the step lists every field again.
