@@ -16,7 +16,6 @@ import json
 import os
 import signal
 import stat
-import sys
 import threading
 import time
 
@@ -84,8 +83,10 @@ def main():
     signal.signal(signal.SIGINT, lambda *_: stop.set())
     if stat.S_ISFIFO(os.fstat(0).st_mode):
 
+        # os.read, not sys.stdin: a buffered reader still blocked in its
+        # thread at exit makes the interpreter abort.
         def watch_stdin():
-            while sys.stdin.buffer.read(4096):
+            while os.read(0, 4096):
                 pass
             stop.set()
 

@@ -40,10 +40,16 @@ size_t ReadMessage(char* buffer, size_t size, size_t count, void* data) {
   return n;
 }
 
-// Keeps the server's last reply line, so that the detail says what the
-// server said ("550 5.1.1 ...") and not only libcurl's summary.
+// The server's words, so that a detail says what the server said
+// ("550 5.1.1 ...") and not only libcurl's summary. The QUIT that follows a
+// refusal has its own answer, hence the last refusal is kept apart.
+struct Replies {
+  std::string last;   // the last reply other than QUIT's 221
+  std::string error;  // the last 4xx or 5xx
+};
+
 int KeepReply(CURL*, curl_infotype type, char* data, size_t size,
-              void* last_reply) {
+              void* replies_data) {
   if (type != CURLINFO_HEADER_IN) return 0;
   std::string_view text(data, size);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
@@ -51,13 +57,15 @@ int KeepReply(CURL*, curl_infotype type, char* data, size_t size,
   }
   size_t line_start = text.rfind('\n');
   if (line_start != std::string_view::npos) text.remove_prefix(line_start + 1);
-  if (text.empty()) return 0;
-  auto* reply = static_cast<std::string*>(last_reply);
-  reply->clear();
+  if (text.empty() || text.starts_with("221")) return 0;
+  std::string line;
   for (char c : text.substr(0, kMaxReply)) {
     auto byte = static_cast<unsigned char>(c);
-    reply->push_back(byte < 0x20 || byte >= 0x7f ? '?' : c);
+    line.push_back(byte < 0x20 || byte >= 0x7f ? '?' : c);
   }
+  auto* replies = static_cast<Replies*>(replies_data);
+  if (line[0] == '4' || line[0] == '5') replies->error = line;
+  replies->last = std::move(line);
   return 0;
 }
 
@@ -97,7 +105,7 @@ class SmtpTransport : public Transport {
     }
     std::string mail_from = "<" + from + ">";
     Upload upload{message};
-    std::string reply;
+    Replies replies;
     char error[CURL_ERROR_SIZE] = {};
     long timeout = std::max(settings_.timeout_seconds, 1);
 
@@ -123,7 +131,7 @@ class SmtpTransport : public Transport {
     // The debug callback is how libcurl shows the server's replies; it
     // runs only when verbose, and prints nothing itself.
     curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, KeepReply);
-    curl_easy_setopt(curl, CURLOPT_DEBUGDATA, &reply);
+    curl_easy_setopt(curl, CURLOPT_DEBUGDATA, &replies);
     curl_easy_setopt(curl, CURLOPT_VERBOSE, 1L);
 
     CURLcode code = curl_easy_perform(curl);
@@ -131,15 +139,15 @@ class SmtpTransport : public Transport {
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &response);
     curl_slist_free_all(rcpt);
     curl_easy_cleanup(curl);
-    return Classify(code, response, error, reply);
+    return Classify(code, response, error, replies);
   }
 
  private:
   static SendResult Classify(CURLcode code, long response, const char* error,
-                             const std::string& reply) {
-    if (code == CURLE_OK) return {SendResult::Kind::kSent, reply};
+                             const Replies& replies) {
+    if (code == CURLE_OK) return {SendResult::Kind::kSent, replies.last};
     std::string detail = error[0] != '\0' ? error : curl_easy_strerror(code);
-    if (response >= 400 && !reply.empty()) detail += " (" + reply + ")";
+    if (!replies.error.empty()) detail += " (" + replies.error + ")";
     // Only the server's 5xx is final. No connection, a timeout, a 4xx or
     // a local fault (TLS, configuration) may pass, so the mail waits.
     if (response >= 500 && response <= 599) {

@@ -1,0 +1,709 @@
+// The store, its outbox and the transports, against real SQLite files, a
+// real SMTP server (smtp_sink.py) and a stand-in sendmail script.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sqlite3.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "delivery/store/outbox.h"
+#include "delivery/store/sqlite_store.h"
+
+extern char** environ;
+
+namespace formwiz::store {
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = SendResult::Kind;
+
+class TempDir {
+ public:
+  TempDir() {
+    std::string pattern = (fs::temp_directory_path() / "fwstore.XXXXXX");
+    path_ = ::mkdtemp(pattern.data());
+  }
+  ~TempDir() { fs::remove_all(path_); }
+  const fs::path& path() const { return path_; }
+  std::string operator/(const std::string& name) const {
+    return (path_ / name).string();
+  }
+
+ private:
+  fs::path path_;
+};
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void WriteFile(const fs::path& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+SubmissionRecord Queued(const std::string& key, int64_t due = 0) {
+  SubmissionRecord record;
+  record.key = key;
+  record.received_at = 1000;
+  record.client = "192.0.2.1";
+  record.recipient = "owner@example.org";
+  record.mail_from = "forms@example.org";
+  record.message_id = "<" + key + "@example.org>";
+  record.message = "Subject: " + key + "\r\n\r\nbody\r\n";
+  record.next_attempt_at = due;
+  return record;
+}
+
+// Runs SQL on the file directly, as another program (or an older or newer
+// formwiz) would.
+int64_t RawQuery(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  sqlite3_open(path.c_str(), &db);
+  sqlite3_stmt* stmt = nullptr;
+  int64_t value = -1;
+  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK &&
+      sqlite3_step(stmt) == SQLITE_ROW) {
+    value = sqlite3_column_int64(stmt, 0);
+  }
+  sqlite3_finalize(stmt);
+  sqlite3_close(db);
+  return value;
+}
+
+TEST(SqliteStore, KeepsEveryByteAndListsByCriteria) {
+  TempDir dir;
+  SqliteStore store(dir / "s.db");
+  SubmissionRecord record = Queued("k1");
+  record.page = "https://example.org/contact.html";
+  record.form_index = 3;
+  record.subject = "Contact \xc3\xa9t\xc3\xa9";
+  record.send_mode = "2";
+  record.requested_to = "Owner";
+  // Page order, not name order; NUL, invalid UTF-8 and CR LF inside.
+  record.fields = {{"zeta", "last\r\nline"},
+                   {"alpha", std::string("nul\0inside", 10)},
+                   {"\xff\xfe", "\x80\x81"},
+                   {"empty", ""}};
+  record.message = std::string("8bit \xe2\x82\xac and \0 NUL\r\n", 20);
+  int64_t id = store.Add(record);
+  EXPECT_EQ(record.id, id);
+  SubmissionRecord other = Queued("k2");
+  other.received_at = 2000;
+  other.client = "192.0.2.2";
+  other.status = Status::kSpam;
+  store.Add(other);
+
+  std::optional<SubmissionRecord> got = store.Get(id);
+  ASSERT_TRUE(got);
+  EXPECT_EQ(got->fields, record.fields);
+  EXPECT_EQ(got->message, record.message);
+  EXPECT_EQ(got->subject, record.subject);
+  EXPECT_EQ(got->page, record.page);
+  EXPECT_EQ(got->form_index, 3);
+  EXPECT_EQ(got->status, Status::kQueued);
+  EXPECT_FALSE(store.Get(id + 100));
+
+  // A second key alike is refused and leaves nothing behind.
+  SubmissionRecord again = Queued("k1");
+  again.fields = {{"a", "b"}};
+  EXPECT_THROW(store.Add(again), StoreError);
+  EXPECT_EQ(RawQuery(dir / "s.db", "SELECT count(*) FROM fields"), 4);
+
+  auto query = [](std::optional<Status> status, int64_t since, int64_t after,
+                  int limit) {
+    Query q;
+    q.status = status;
+    q.received_since = since;
+    q.after_id = after;
+    q.limit = limit;
+    return q;
+  };
+  struct Case {
+    Query query;
+    std::vector<int64_t> ids;
+  } cases[] = {
+      {query(std::nullopt, 0, 0, 0), {id, other.id}},
+      {query(Status::kSpam, 0, 0, 0), {other.id}},
+      {query(Status::kSent, 0, 0, 0), {}},
+      {query(std::nullopt, 1500, 0, 0), {other.id}},
+      {query(std::nullopt, 0, id, 0), {other.id}},
+      {query(std::nullopt, 0, 0, 1), {id}},
+  };
+  for (const Case& c : cases) {
+    std::vector<int64_t> ids;
+    for (const SubmissionRecord& r : store.List(c.query)) {
+      ids.push_back(r.id);
+      EXPECT_EQ(r.message, "") << "listings leave the message out";
+      if (r.id == id) {
+        EXPECT_EQ(r.fields, record.fields);
+      }
+    }
+    EXPECT_EQ(ids, c.ids);
+  }
+  EXPECT_EQ(store.CountFromClientSince("192.0.2.1", 1000), 1);
+  EXPECT_EQ(store.CountFromClientSince("192.0.2.1", 1001), 0);
+  EXPECT_EQ(store.CountFromClientSince("192.0.2.2", 0), 1);
+}
+
+TEST(SqliteStore, SchemaIsBroughtForwardAndNewerFilesAreRefused) {
+  TempDir dir;
+  // A file made by another program, with no schema of ours yet.
+  std::string path = dir / "old.db";
+  ASSERT_EQ(RawQuery(path, "CREATE TABLE notes (x)"), -1);
+  {
+    SqliteStore store(path);
+    SubmissionRecord record = Queued("kept");
+    store.Add(record);
+  }
+  EXPECT_EQ(RawQuery(path, "PRAGMA user_version"), 1);
+  EXPECT_EQ(RawQuery(path, "SELECT count(*) FROM notes"), 0);
+  {
+    SqliteStore reopened(path);
+    EXPECT_EQ(reopened.List({}).size(), 1u);
+  }
+  sqlite3* db = nullptr;
+  sqlite3_open(path.c_str(), &db);
+  sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  try {
+    SqliteStore newer(path);
+    ADD_FAILURE() << "a newer schema was opened";
+  } catch (const StoreError& e) {
+    EXPECT_NE(std::string(e.what()).find("newer"), std::string::npos)
+        << e.what();
+  }
+  EXPECT_EQ(RawQuery(path, "PRAGMA user_version"), 99);
+  EXPECT_EQ(RawQuery(path, "SELECT count(*) FROM submissions"), 1);
+}
+
+TEST(SqliteStore, DataFolderIsCreatedPrivate) {
+  TempDir dir;
+  std::string data = dir / "a/b/data";
+  std::unique_ptr<Store> store = OpenDataStore(data);
+  for (const char* level : {"a", "a/b", "a/b/data"}) {
+    EXPECT_EQ(fs::status(dir.path() / level).permissions() & fs::perms::all,
+              fs::perms::owner_all)
+        << level;
+  }
+  fs::path file = fs::path(data) / SqliteStore::kFileName;
+  EXPECT_EQ(fs::status(file).permissions() & fs::perms::all,
+            fs::perms::owner_read | fs::perms::owner_write);
+  sqlite3* db = nullptr;
+  sqlite3_open(file.c_str(), &db);
+  sqlite3_stmt* stmt = nullptr;
+  sqlite3_prepare_v2(db, "PRAGMA journal_mode", -1, &stmt, nullptr);
+  ASSERT_EQ(sqlite3_step(stmt), SQLITE_ROW);
+  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0)),
+               "wal");
+  sqlite3_finalize(stmt);
+  sqlite3_close(db);
+}
+
+TEST(SqliteStore, LeasesKeepWorkersApartUntilTheyRunOut) {
+  TempDir dir;
+  SqliteStore a(dir / "s.db"), b(dir / "s.db");
+  std::vector<int64_t> due;
+  for (int i = 0; i < 5; ++i) {
+    SubmissionRecord r = Queued("due" + std::to_string(i), 100 - i);
+    due.push_back(a.Add(r));
+  }
+  for (Status never :
+       {Status::kSent, Status::kFailed, Status::kRefused, Status::kSpam}) {
+    SubmissionRecord r = Queued("not" + std::string(StatusName(never)));
+    r.status = never;
+    a.Add(r);
+  }
+  SubmissionRecord later = Queued("later", 500);
+  b.Add(later);
+
+  std::vector<SubmissionRecord> first = a.ClaimDue("A", 200, 60, 3);
+  ASSERT_EQ(first.size(), 3u);
+  // Earliest due first; claimed records come whole.
+  EXPECT_EQ(first[0].id, due[4]);
+  EXPECT_EQ(first[0].message, "Subject: due4\r\n\r\nbody\r\n");
+  std::vector<SubmissionRecord> second = b.ClaimDue("B", 230, 60, 10);
+  ASSERT_EQ(second.size(), 2u);
+  EXPECT_TRUE(b.ClaimDue("B", 259, 60, 10).empty());
+
+  // A's lease ran out (A died, say): B takes the mail, and A's late word
+  // on it changes nothing.
+  std::vector<SubmissionRecord> retaken = b.ClaimDue("B", 260, 60, 10);
+  ASSERT_EQ(retaken.size(), 3u);
+  int64_t id = first[0].id;
+  EXPECT_FALSE(a.MarkSent(id, "A", 261));
+  EXPECT_FALSE(a.MarkRetry(id, "A", 900, "late"));
+  EXPECT_FALSE(a.MarkFailed(id, "A", "late"));
+  EXPECT_EQ(a.Get(id)->status, Status::kQueued);
+  EXPECT_EQ(a.Get(id)->attempts, 0);
+
+  EXPECT_TRUE(b.MarkSent(id, "B", 262));
+  for (const SubmissionRecord& r : second) {
+    EXPECT_TRUE(b.MarkSent(r.id, "B", 262));
+  }
+  EXPECT_FALSE(b.MarkSent(id, "B", 263)) << "sent once, recorded once";
+  EXPECT_EQ(a.Get(id)->sent_at, 262);
+  EXPECT_TRUE(b.MarkRetry(retaken[1].id, "B", 900, "451 later"));
+  EXPECT_TRUE(b.MarkFailed(retaken[2].id, "B", "550 no"));
+  SubmissionRecord retried = *a.Get(retaken[1].id);
+  EXPECT_EQ(retried.attempts, 1);
+  EXPECT_EQ(retried.next_attempt_at, 900);
+  EXPECT_EQ(retried.detail, "451 later");
+  EXPECT_EQ(a.Get(retaken[2].id)->status, Status::kFailed);
+  // The retried one is not due before 900, "later" from 500 on.
+  std::vector<SubmissionRecord> at600 = a.ClaimDue("A", 600, 60, 10);
+  ASSERT_EQ(at600.size(), 1u);
+  EXPECT_EQ(at600[0].id, later.id);
+}
+
+TEST(SqliteStore, ConcurrentWorkersNeverClaimTheSameMail) {
+  TempDir dir;
+  {
+    SqliteStore setup(dir / "s.db");
+    for (int i = 0; i < 120; ++i) {
+      SubmissionRecord r = Queued("m" + std::to_string(i));
+      setup.Add(r);
+    }
+  }
+  std::vector<int64_t> claimed[2];
+  std::string names[2];
+  auto work = [&](int n) {
+    SqliteStore store(dir / "s.db");
+    names[n] = WorkerName();
+    while (true) {
+      std::vector<SubmissionRecord> batch =
+          store.ClaimDue(names[n], 10, 600, 3);
+      if (batch.empty()) return;
+      for (const SubmissionRecord& r : batch) {
+        claimed[n].push_back(r.id);
+        store.MarkSent(r.id, names[n], 11);
+      }
+    }
+  };
+  std::thread one(work, 0), two(work, 1);
+  one.join();
+  two.join();
+  EXPECT_NE(names[0], names[1]);
+  std::set<int64_t> all(claimed[0].begin(), claimed[0].end());
+  all.insert(claimed[1].begin(), claimed[1].end());
+  EXPECT_EQ(all.size(), claimed[0].size() + claimed[1].size());
+  EXPECT_EQ(all.size(), 120u);
+}
+
+TEST(SqliteStore, RetryAndPurgeTouchOnlyWhatTheyMay) {
+  TempDir dir;
+  SqliteStore store(dir / "s.db");
+  auto add = [&](const std::string& key, Status status, int64_t due,
+                 int64_t received) {
+    SubmissionRecord r = Queued(key, due);
+    r.status = status;
+    r.received_at = received;
+    r.attempts = 4;
+    r.fields = {{"f", key}};
+    return store.Add(r);
+  };
+  int64_t waiting = add("waiting", Status::kQueued, 5000, 100);
+  int64_t due_now = add("due", Status::kQueued, 50, 100);
+  int64_t failed = add("failed", Status::kFailed, 50, 100);
+  int64_t refused = add("refused", Status::kRefused, 0, 100);
+  int64_t spam = add("spam", Status::kSpam, 0, 300);
+  int64_t sent = add("sent", Status::kSent, 0, 100);
+
+  EXPECT_EQ(store.Retry(sent, 1000), 0);
+  EXPECT_EQ(store.Retry(refused, 1000), 0);
+  EXPECT_EQ(store.Retry(0, 1000), 2);  // waiting and failed
+  for (int64_t id : {waiting, failed}) {
+    SubmissionRecord r = *store.Get(id);
+    EXPECT_EQ(r.status, Status::kQueued);
+    EXPECT_EQ(r.next_attempt_at, 1000);
+    EXPECT_EQ(r.attempts, 4) << "attempts are kept";
+  }
+  EXPECT_EQ(store.Get(due_now)->next_attempt_at, 50);
+  EXPECT_EQ(store.Get(refused)->status, Status::kRefused);
+  EXPECT_EQ(store.Get(spam)->status, Status::kSpam);
+
+  EXPECT_EQ(store.Purge({}, 0), 0);
+  EXPECT_EQ(store.Purge({Status::kSent, Status::kSpam}, 200), 1);  // sent
+  EXPECT_FALSE(store.Get(sent));
+  EXPECT_TRUE(store.Get(spam)) << "received after the bound";
+  EXPECT_EQ(store.Purge({Status::kSpam, Status::kRefused, Status::kFailed}, 0),
+            2);
+  EXPECT_EQ(store.List({}).size(), 3u) << "queued mails are kept";
+  EXPECT_EQ(store.Purge({Status::kQueued}, 0), 3);
+  EXPECT_EQ(RawQuery(dir / "s.db", "SELECT count(*) FROM fields"), 0);
+}
+
+TEST(Outbox, BackoffDoublesUpToItsCap) {
+  OutboxSettings settings;  // 30 s doubled, up to an hour
+  std::pair<int, int64_t> cases[] = {{0, 30},      {1, 60},   {2, 120},
+                                     {6, 1920},    {7, 3600}, {40, 3600},
+                                     {1000, 3600}, {-1, 30}};
+  for (auto [attempts, seconds] : cases) {
+    EXPECT_EQ(BackoffSeconds(settings, attempts), seconds) << attempts;
+  }
+}
+
+// A transport that lets another worker take over the mail while it is
+// being sent, as when a send outlasts the lease.
+class OutlastingTransport : public Transport {
+ public:
+  OutlastingTransport(Store& other, int64_t& clock)
+      : other_(other), clock_(clock) {}
+  SendResult Send(const std::string&, const std::vector<std::string>&,
+                  const std::string&) override {
+    clock_ += 1000;
+    taken_ += other_.ClaimDue("other", clock_, 100000, 1).size();
+    return {Kind::kSent, "250 OK"};
+  }
+  size_t taken_ = 0;
+
+ private:
+  Store& other_;
+  int64_t& clock_;
+};
+
+TEST(Outbox, LostLeaseIsCountedAndStopIsHonoured) {
+  TempDir dir;
+  SqliteStore mine(dir / "s.db"), theirs(dir / "s.db");
+  for (int i = 0; i < 3; ++i) {
+    SubmissionRecord r = Queued("m" + std::to_string(i));
+    mine.Add(r);
+  }
+  int64_t clock = 100;
+  OutlastingTransport transport(theirs, clock);
+  int sends_allowed = 2;
+  OutboxPass pass = DeliverDue(
+      mine, transport, OutboxSettings{}, "me", [&] { return clock; },
+      [&] { return transport.taken_ < static_cast<size_t>(sends_allowed); });
+  EXPECT_EQ(pass.lost_lease, 2);
+  EXPECT_EQ(pass.sent, 0);
+  EXPECT_EQ(transport.taken_, 2u) << "the third mail was not sent";
+  Query queued;
+  queued.status = Status::kQueued;
+  EXPECT_EQ(mine.List(queued).size(), 3u);
+}
+
+// smtp_sink.py, started for one test and stopped after it, also when the
+// test fails. Its standard input is a pipe from here: if this program dies,
+// the sink ends too.
+class SmtpSink {
+ public:
+  explicit SmtpSink(const fs::path& folder) : folder_(folder) {}
+  ~SmtpSink() { Stop(); }
+
+  // Starts the sink and waits (bounded) for the port it reports.
+  void Start(std::vector<std::string> args) {
+    const char* python = std::getenv("FORMWIZ_PYTHON");
+    std::vector<std::string> words = {
+        python != nullptr ? python : "/usr/bin/python3",
+        FORMWIZ_SOURCE_DIR "/tests/delivery/smtp_sink.py",
+        "--dir",
+        folder_.string(),
+        "--max-seconds",
+        "120"};
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (std::string& w : words) argv.push_back(w.data());
+    argv.push_back(nullptr);
+    int in[2], out[2];
+    ASSERT_EQ(::pipe2(in, O_CLOEXEC), 0);
+    ASSERT_EQ(::pipe2(out, O_CLOEXEC), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    ASSERT_EQ(
+        posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ),
+        0);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(in[0]);
+    ::close(out[1]);
+    stdin_ = in[1];
+    std::string line;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (line.find('\n') == std::string::npos &&
+           std::chrono::steady_clock::now() < deadline) {
+      pollfd fd = {out[0], POLLIN, 0};
+      if (::poll(&fd, 1, 200) <= 0) continue;
+      char c[256];
+      ssize_t n = ::read(out[0], c, sizeof c);
+      if (n <= 0) break;
+      line.append(c, static_cast<size_t>(n));
+    }
+    ::close(out[0]);
+    std::istringstream words_in(line);
+    std::string listening, host;
+    words_in >> listening >> host >> port_;
+    ASSERT_EQ(listening, "listening") << "sink said: " << line;
+  }
+
+  void Stop() {
+    if (pid_ <= 0) return;
+    ::kill(pid_, SIGTERM);
+    for (int i = 0; i < 100 && ::waitpid(pid_, nullptr, WNOHANG) == 0; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    if (::waitpid(pid_, nullptr, WNOHANG) == 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    ::close(stdin_);
+    pid_ = -1;
+  }
+
+  std::string Url() const {
+    return "smtp://127.0.0.1:" + std::to_string(port_);
+  }
+
+  // The messages received so far, in order: (raw bytes, envelope).
+  std::vector<std::pair<std::string, nlohmann::json>> Messages() const {
+    std::vector<fs::path> names;
+    for (const auto& entry : fs::directory_iterator(folder_)) {
+      if (entry.path().extension() == ".eml") names.push_back(entry.path());
+    }
+    std::sort(names.begin(), names.end());
+    std::vector<std::pair<std::string, nlohmann::json>> messages;
+    for (fs::path& name : names) {
+      std::string raw = ReadFile(name);
+      name.replace_extension(".json");
+      messages.emplace_back(raw, nlohmann::json::parse(ReadFile(name)));
+    }
+    return messages;
+  }
+
+ private:
+  fs::path folder_;
+  pid_t pid_ = -1;
+  int stdin_ = -1;
+  int port_ = 0;
+};
+
+// A port with nothing listening on it, for now.
+int FreePort() {
+  int s = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t size = sizeof address;
+  ::getsockname(s, reinterpret_cast<sockaddr*>(&address), &size);
+  ::close(s);
+  return ntohs(address.sin_port);
+}
+
+SmtpSettings Smtp(const std::string& url, int timeout_seconds = 10) {
+  SmtpSettings settings;
+  settings.url = url;
+  settings.timeout_seconds = timeout_seconds;
+  return settings;
+}
+
+class OutboxSmtp : public ::testing::Test {
+ protected:
+  OutboxSmtp() : store_(dir_ / "s.db"), sink_(dir_.path() / "mail") {}
+
+  OutboxPass Pass(Transport& transport) {
+    return DeliverDue(
+        store_, transport, settings_, "worker", [this] { return clock_; },
+        [] { return true; });
+  }
+
+  TempDir dir_;
+  SqliteStore store_;
+  SmtpSink sink_;
+  OutboxSettings settings_;
+  int64_t clock_ = 10000;
+};
+
+TEST_F(OutboxSmtp, SendsOnceWithTheBytesIntact) {
+  sink_.Start({});
+  SubmissionRecord record = Queued("intact");
+  // Lines a dot starts (SMTP escapes them), 8-bit text, a bare last line.
+  record.message =
+      "Subject: =?UTF-8?Q?caf=C3=A9?=\r\nMessage-ID: <intact@example.org>\r\n"
+      "\r\n.\r\n..two\r\n\xc3\xa9t\xc3\xa9\r\n.end\r\n";
+  store_.Add(record);
+  std::unique_ptr<Transport> smtp = MakeSmtpTransport(Smtp(sink_.Url()));
+  OutboxPass pass = Pass(*smtp);
+  EXPECT_EQ(pass.sent, 1);
+  EXPECT_EQ(Pass(*smtp).sent, 0);
+  auto messages = sink_.Messages();
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_EQ(messages[0].first, record.message);
+  EXPECT_EQ(messages[0].second["mail_from"], "forms@example.org");
+  EXPECT_EQ(messages[0].second["rcpt_tos"],
+            nlohmann::json::array({"owner@example.org"}));
+  SubmissionRecord after = *store_.Get(record.id);
+  EXPECT_EQ(after.status, Status::kSent);
+  EXPECT_EQ(after.sent_at, clock_);
+}
+
+TEST_F(OutboxSmtp, ServerDownIsRetriedWithBackoffThenDelivered) {
+  int port = FreePort();
+  SubmissionRecord record = Queued("down");
+  store_.Add(record);
+  std::unique_ptr<Transport> smtp =
+      MakeSmtpTransport(Smtp("smtp://127.0.0.1:" + std::to_string(port), 5));
+  int64_t start = clock_;
+  EXPECT_EQ(Pass(*smtp).retried, 1);
+  EXPECT_EQ(store_.Get(record.id)->next_attempt_at, start + 30);
+  clock_ = start + 29;
+  EXPECT_EQ(Pass(*smtp).retried, 0) << "not due yet";
+  clock_ = start + 30;
+  EXPECT_EQ(Pass(*smtp).retried, 1);
+  SubmissionRecord waiting = *store_.Get(record.id);
+  EXPECT_EQ(waiting.attempts, 2);
+  EXPECT_EQ(waiting.next_attempt_at, start + 30 + 60);
+  EXPECT_FALSE(waiting.detail.empty());
+
+  sink_.Start({"--port", std::to_string(port)});
+  clock_ = start + 90;
+  EXPECT_EQ(Pass(*smtp).sent, 1);
+  EXPECT_EQ(sink_.Messages().size(), 1u);
+  EXPECT_EQ(store_.Get(record.id)->status, Status::kSent);
+}
+
+TEST_F(OutboxSmtp, ServerAnswersDecideTheOutcome) {
+  struct Case {
+    const char* name;
+    std::vector<std::string> sink_args;
+    int timeout_seconds;
+    Status status;
+    const char* detail;
+  } cases[] = {
+      {"refused",
+       {"--refuse", "owner@example.org"},
+       10,
+       Status::kFailed,
+       "550 5.1.1 refused"},
+      {"later",
+       {"--tempfail-rcpt", "owner@example.org"},
+       10,
+       Status::kQueued,
+       "451 4.3.0 try later"},
+      {"slow", {"--slow", "3"}, 1, Status::kQueued, "imeout"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    SmtpSink sink(dir_.path() / c.name);
+    sink.Start(c.sink_args);
+    SubmissionRecord record = Queued(c.name, clock_);
+    store_.Add(record);
+    std::unique_ptr<Transport> smtp =
+        MakeSmtpTransport(Smtp(sink.Url(), c.timeout_seconds));
+    Pass(*smtp);
+    SubmissionRecord after = *store_.Get(record.id);
+    EXPECT_EQ(after.status, c.status);
+    EXPECT_EQ(after.attempts, 1);
+    EXPECT_NE(after.detail.find(c.detail), std::string::npos) << after.detail;
+    if (c.status == Status::kQueued) {
+      EXPECT_GT(after.next_attempt_at, clock_);
+    }
+    store_.Purge({Status::kQueued, Status::kFailed}, 0);
+  }
+}
+
+TEST_F(OutboxSmtp, TemporaryFailuresRunOutIntoFailed) {
+  sink_.Start({"--tempfail-rcpt", "owner@example.org"});
+  settings_.max_attempts = 2;
+  SubmissionRecord record = Queued("runs-out");
+  store_.Add(record);
+  std::unique_ptr<Transport> smtp = MakeSmtpTransport(Smtp(sink_.Url()));
+  EXPECT_EQ(Pass(*smtp).retried, 1);
+  clock_ += 3600;
+  EXPECT_EQ(Pass(*smtp).failed, 1);
+  SubmissionRecord after = *store_.Get(record.id);
+  EXPECT_EQ(after.status, Status::kFailed);
+  EXPECT_EQ(after.attempts, 2);
+  EXPECT_NE(after.detail.find("gave up"), std::string::npos);
+  // An operator's retry brings it back for one more try.
+  EXPECT_EQ(store_.Retry(record.id, clock_), 1);
+  EXPECT_EQ(Pass(*smtp).failed, 1);
+  EXPECT_TRUE(sink_.Messages().empty());
+}
+
+// Stands in for sendmail: keeps its arguments and input, says something,
+// and exits as told by the file "status" beside it.
+constexpr const char* kFakeSendmail = R"(#!/bin/sh
+here=$(dirname "$0")
+printf '%s\n' "$@" > "$here/args"
+case $(cat "$here/status") in
+  hang) exec sleep 30 ;;
+  deaf) echo "not reading" >&2; exit 1 ;;
+esac
+cat > "$here/stdin"
+echo "mailer: queued as 42" >&2
+exit $(cat "$here/status")
+)";
+
+TEST(SendmailTransport, ExitStatusDecidesAndTheMessageArrivesWithLf) {
+  TempDir dir;
+  fs::path program = dir.path() / "sendmail";
+  WriteFile(program, kFakeSendmail);
+  fs::permissions(program, fs::perms::owner_all);
+  const std::string message = "Subject: s\r\n\r\nline one\r\nline two\r\n";
+  struct Case {
+    const char* status;
+    Kind kind;
+    const char* detail;
+  } cases[] = {
+      {"0", Kind::kSent, "queued as 42"},
+      {"75", Kind::kTemporary, "exit 75"},
+      {"67", Kind::kPermanent, "exit 67: mailer: queued as 42"},
+      {"hang", Kind::kTemporary, "no answer within 1 s"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.status);
+    WriteFile(dir.path() / "status", c.status);
+    std::unique_ptr<Transport> sendmail =
+        MakeSendmailTransport(program.string(), 1);
+    SendResult result =
+        sendmail->Send("forms@example.org", {"owner@example.org"}, message);
+    EXPECT_EQ(result.kind, c.kind);
+    EXPECT_NE(result.detail.find(c.detail), std::string::npos) << result.detail;
+    EXPECT_EQ(ReadFile(dir.path() / "args"),
+              "-oi\n-t\n-f\nforms@example.org\n");
+  }
+  EXPECT_EQ(ReadFile(dir.path() / "stdin"),
+            "Subject: s\n\nline one\nline two\n");
+
+  // A mailer that quits without reading a large message: no SIGPIPE here.
+  WriteFile(dir.path() / "status", "deaf");
+  std::string big(8 << 20, 'x');
+  SendResult deaf = MakeSendmailTransport(program.string(), 10)
+                        ->Send("forms@example.org", {"o@example.org"}, big);
+  EXPECT_EQ(deaf.kind, Kind::kPermanent);
+  EXPECT_NE(deaf.detail.find("not reading"), std::string::npos);
+
+  // No mailer where configured: the mail waits, and an option-like sender
+  // never reaches the command line.
+  EXPECT_EQ(MakeSendmailTransport((dir / "missing"), 1)
+                ->Send("f@example.org", {"o@example.org"}, message)
+                .kind,
+            Kind::kTemporary);
+  fs::remove(dir.path() / "args");
+  EXPECT_EQ(MakeSendmailTransport(program.string(), 1)
+                ->Send("-X/tmp/log", {"o@example.org"}, message)
+                .kind,
+            Kind::kPermanent);
+  EXPECT_FALSE(fs::exists(dir.path() / "args"));
+}
+
+}  // namespace
+}  // namespace formwiz::store
