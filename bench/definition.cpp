@@ -46,7 +46,7 @@ std::string GeneratedDefinition(int fields) {
       "name=\"[fieldname]\" rows=\"[rows]\" cols=\"[cols]\"></textarea></td>"
       "</tr></template>\n"
       "  <form uitype=\"orb\" "
-      "defaultaction=\"https://forms.example.org/cgi-bin/formmail\">\n"
+      "defaultaction=\"/cgi-bin/formmail\">\n"
       "    <table>\n";
   constexpr int kPromptCount = sizeof kPrompts / sizeof kPrompts[0];
   constexpr int kIncludedCount = sizeof kIncluded / sizeof kIncluded[0];

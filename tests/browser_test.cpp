@@ -86,15 +86,18 @@ TEST_F(BrowserTest, HostileTextStaysTextAndFieldsKeepTheirOrder) {
   EXPECT_EQ(r["handlers"], Json::array());
 
   // The typed text is there verbatim: as a name, a prompt, a hidden value.
-  EXPECT_EQ(r["fields"], Json::array({kName, "Email", "Comments", "Subject"}));
+  // The orb's robot trap, qln_Website, is a text box after the table.
+  EXPECT_EQ(r["fields"], Json::array({kName, "Email", "Comments", "Subject",
+                                      "qln_Website"}));
   EXPECT_EQ(r["prompts"][0], kPrompt);
-  EXPECT_EQ(r["hidden"],
-            (Json{{"qln_SortOrder", kName + ",Email,Comments,Subject"},
-                  {"qln_FormIndex", "1"},
-                  {"qln_OKMessage", kResponse},
-                  {"qln_SendMode", "1"},
-                  {"qln_Subject", "Comments from the web site"},
-                  {"qln_EmailTo", "me@example.org"}}));
+  EXPECT_EQ(
+      r["hidden"],
+      (Json{{"qln_SortOrder", kName + ",Email,Comments,Subject,qln_Website"},
+            {"qln_FormIndex", "1"},
+            {"qln_OKMessage", kResponse},
+            {"qln_SendMode", "1"},
+            {"qln_Subject", "Comments from the web site"},
+            {"qln_EmailTo", "me@example.org"}}));
 
   // Inputs are empty elements; the text area ends where it should, so the
   // rows after it and the submit button are the form's, not its text.
