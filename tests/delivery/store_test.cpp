@@ -552,6 +552,14 @@ TEST_F(OutboxSmtp, SendsOnceWithTheBytesIntact) {
   SubmissionRecord after = *store_.Get(record.id);
   EXPECT_EQ(after.status, Status::kSent);
   EXPECT_EQ(after.sent_at, clock_);
+
+  // Whatever the configured URL names, only SMTP is spoken.
+  std::string http = sink_.Url().replace(0, 4, "http");
+  SendResult other =
+      MakeSmtpTransport(Smtp(http))
+          ->Send("forms@example.org", {"owner@example.org"}, record.message);
+  EXPECT_EQ(other.kind, Kind::kTemporary);
+  EXPECT_EQ(sink_.Messages().size(), 1u);
 }
 
 TEST_F(OutboxSmtp, ServerDownIsRetriedWithBackoffThenDelivered) {

@@ -140,7 +140,17 @@ class SendmailTransport : public Transport {
     bool exited = false;
     if (rest.empty()) in.Close();
     while (true) {
-      if (!exited && ::waitpid(pid, &status, WNOHANG) == pid) exited = true;
+      if (!exited) {
+        pid_t waited = ::waitpid(pid, &status, WNOHANG);
+        if (waited == pid) exited = true;
+        // Reaped elsewhere (SIGCHLD ignored): the outcome cannot be known,
+        // and waiting on would only end in a kill.
+        if (waited < 0 && errno != EINTR) {
+          return {SendResult::Kind::kTemporary,
+                  "sendmail: exit status lost: " +
+                      std::string(std::strerror(errno))};
+        }
+      }
       if (exited) {
         Drain(out, said);
         break;
