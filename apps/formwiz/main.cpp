@@ -12,6 +12,8 @@
 #include "command.h"
 #include "page_command.h"
 #include "script_command.h"
+#include "serve_command.h"
+#include "submissions_command.h"
 
 int main(int argc, char** argv) {
   using namespace formwiz::cli;
@@ -22,7 +24,8 @@ int main(int argc, char** argv) {
       "an invalid script.");
   app.require_subcommand(1);
   const std::vector<Command> commands = {
-      AddAssembleCommand(app), AddScriptCommand(app), AddPageCommand(app)};
+      AddAssembleCommand(app), AddScriptCommand(app), AddPageCommand(app),
+      AddServeCommand(app), AddSubmissionsCommand(app)};
 
   try {
     app.parse(argc, argv);
