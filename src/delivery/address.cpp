@@ -1,0 +1,97 @@
+#include "delivery/address.h"
+
+#include <gmime/gmime.h>
+
+#include <algorithm>
+#include <cctype>
+#include <memory>
+
+#include "delivery/mail_message.h"
+#include "delivery/text_util.h"
+
+namespace formwiz::delivery {
+namespace {
+
+struct ListUnref {
+  void operator()(InternetAddressList* list) const { g_object_unref(list); }
+};
+struct OptionsFree {
+  void operator()(GMimeParserOptions* options) const {
+    g_mime_parser_options_free(options);
+  }
+};
+
+std::string_view Trim(std::string_view s) {
+  while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) {
+    s.remove_prefix(1);
+  }
+  while (!s.empty() && (s.back() == ' ' || s.back() == '\t'))
+    s.remove_suffix(1);
+  return s;
+}
+
+// A plain addr-spec: one '@' between a non-empty local part and domain, and
+// none of the characters that would need quoting, so that the address is
+// the same whether it goes into a header or an SMTP envelope.
+bool IsPlainAddrSpec(std::string_view addr) {
+  const size_t at = addr.find('@');
+  if (at == std::string_view::npos || at == 0 || at + 1 == addr.size() ||
+      addr.find('@', at + 1) != std::string_view::npos) {
+    return false;
+  }
+  for (unsigned char c : addr) {
+    if (c <= ' ' || c == 0x7f) return false;
+    if (std::string_view("\"(),:;<>[\\]").find(static_cast<char>(c)) !=
+        std::string_view::npos) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+std::optional<std::string> ParseSingleAddress(std::string_view text) {
+  // Line breaks and other controls are refused before any parsing: a
+  // parser that unfolds or skips them would let them pass.
+  if (text.empty() || text.size() > 1024 || text::HasAsciiControl(text) ||
+      !g_utf8_validate_len(text.data(), text.size(), nullptr)) {
+    return std::nullopt;
+  }
+  InitMime();
+  std::unique_ptr<GMimeParserOptions, OptionsFree> options(
+      g_mime_parser_options_new());
+  g_mime_parser_options_set_address_compliance_mode(
+      options.get(), GMIME_RFC_COMPLIANCE_STRICT);
+  const std::string input(text);
+  std::unique_ptr<InternetAddressList, ListUnref> list(
+      internet_address_list_parse(options.get(), input.c_str()));
+  if (!list || internet_address_list_length(list.get()) != 1) {
+    return std::nullopt;
+  }
+  InternetAddress* address = internet_address_list_get_address(list.get(), 0);
+  if (!INTERNET_ADDRESS_IS_MAILBOX(address)) return std::nullopt;
+  const char* addr =
+      internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(address));
+  if (addr == nullptr || !IsPlainAddrSpec(addr)) return std::nullopt;
+  // GMime recovers from some junk by dropping it ("a@b@c" gives "a@b"); an
+  // address is taken only when it is literally what was written, alone or
+  // in angle brackets after a display name.
+  const std::string bare(addr);
+  const std::string_view trimmed = Trim(text);
+  if (trimmed != bare && !trimmed.ends_with("<" + bare + ">")) {
+    return std::nullopt;
+  }
+  return bare;
+}
+
+std::string AddressDomain(std::string_view address) {
+  const size_t at = address.rfind('@');
+  if (at == std::string_view::npos) return "";
+  std::string domain(address.substr(at + 1));
+  std::transform(domain.begin(), domain.end(), domain.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
+  return domain;
+}
+
+}  // namespace formwiz::delivery
