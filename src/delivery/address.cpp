@@ -15,11 +15,6 @@ namespace {
 struct ListUnref {
   void operator()(InternetAddressList* list) const { g_object_unref(list); }
 };
-struct OptionsFree {
-  void operator()(GMimeParserOptions* options) const {
-    g_mime_parser_options_free(options);
-  }
-};
 
 std::string_view Trim(std::string_view s) {
   while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) {
@@ -59,13 +54,12 @@ std::optional<std::string> ParseSingleAddress(std::string_view text) {
     return std::nullopt;
   }
   InitMime();
-  std::unique_ptr<GMimeParserOptions, OptionsFree> options(
-      g_mime_parser_options_new());
-  g_mime_parser_options_set_address_compliance_mode(
-      options.get(), GMIME_RFC_COMPLIANCE_STRICT);
+  // GMime's default (loose) address rules: its strict mode leaks memory on
+  // some malformed addresses ("<a@b,c>", GMime 3.2), which a visitor could
+  // post without end. What loose mode recovers from is refused below.
   const std::string input(text);
   std::unique_ptr<InternetAddressList, ListUnref> list(
-      internet_address_list_parse(options.get(), input.c_str()));
+      internet_address_list_parse(nullptr, input.c_str()));
   if (!list || internet_address_list_length(list.get()) != 1) {
     return std::nullopt;
   }
@@ -82,7 +76,18 @@ std::optional<std::string> ParseSingleAddress(std::string_view text) {
   if (trimmed != bare && !trimmed.ends_with("<" + bare + ">")) {
     return std::nullopt;
   }
-  return bare;
+  // A headers' and an SMTP envelope's address is ASCII: an international
+  // domain is given in its ASCII form (IDNA); a local part beyond ASCII
+  // would need SMTPUTF8, which a relay may not offer, so it is refused.
+  const char* idn =
+      internet_address_mailbox_get_idn_addr(INTERNET_ADDRESS_MAILBOX(address));
+  if (idn == nullptr) return std::nullopt;
+  const std::string ascii(idn);
+  for (unsigned char c : ascii) {
+    if (c >= 0x7f) return std::nullopt;
+  }
+  if (!IsPlainAddrSpec(ascii)) return std::nullopt;
+  return ascii;
 }
 
 std::string AddressDomain(std::string_view address) {

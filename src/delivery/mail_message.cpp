@@ -83,6 +83,17 @@ std::string Bracketless(std::string_view message_id) {
   return text::StripControls(message_id);
 }
 
+// Text that a mail reader would take for an RFC 2047 encoded word ("=?"
+// ... "?=") is written as plain ASCII by GMime, and decoded by the reader:
+// "=?utf-8?q?=0D=0A?=" would show as a line break. "=?" becomes "= ?", so
+// the text reads back as it was sent, less that one space.
+std::string NoEncodedWords(std::string text) {
+  for (size_t at = 0; (at = text.find("=?", at)) != std::string::npos;) {
+    text.insert(at + 1, " ");
+  }
+  return text;
+}
+
 // Optional headers that help the owner: GMime encodes and folds the text;
 // control characters are gone before that, and the length is bounded so
 // that even a value with no space to fold at stays within a header line.
@@ -90,7 +101,7 @@ void SetInfoHeader(GMimeObject* object, const char* name,
                    const std::string& value) {
   constexpr size_t kMaxInfoBytes = 900;
   const std::string clean =
-      text::CutUtf8(text::StripControls(value), kMaxInfoBytes);
+      NoEncodedWords(text::CutUtf8(text::StripControls(value), kMaxInfoBytes));
   if (!clean.empty()) {
     g_mime_object_set_header(object, name, clean.c_str(), "utf-8");
   }
@@ -170,6 +181,7 @@ std::string CleanSubject(const std::string& subject,
       spaced.append(p, g_utf8_next_char(p) - p);
     }
   }
+  spaced = NoEncodedWords(std::move(spaced));
   const size_t first = spaced.find_first_not_of(' ');
   if (first == std::string::npos) {
     return default_subject.empty() ? "Form submission"
