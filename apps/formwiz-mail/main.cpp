@@ -5,10 +5,11 @@
 // on standard input.
 //
 // The answer goes out and standard output is closed before any mail is
-// sent, so that the visitor never waits for the mail server; the process
-// then empties the outbox for a bounded time, so that mail leaves without a
-// daemon. Whatever it leaves is sent by the next request, by
+// sent, so that the visitor never waits for the mail server; a child of the
+// process then empties the outbox for a bounded time, so that mail leaves
+// without a daemon. Whatever it leaves is sent by the next request, by
 // `formwiz submissions retry` or by `formwiz serve` on the same store.
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -222,16 +223,45 @@ int Run() {
     }
   }
   Answer(response);
-  // The web server sends the answer once standard output is closed; the
-  // mail is sent after that.
   std::fflush(stdout);
+  // A web server ends its CGI program once the answer is complete (lighttpd
+  // sends SIGTERM the moment standard output closes), so the mail is sent
+  // by a child in a session of its own, made before standard output closes.
+  // A SQLite connection must not cross a fork: the store is closed first and
+  // the child opens its own. When fork fails, the mail is sent here for as
+  // long as the web server lets the process live.
+  const bool deliver = config->CanSend();
+  pid_t child = -1;
+  if (deliver) {
+    store.reset();
+    child = fork();
+  }
+  // Closing standard output, in both processes, completes the answer.
   std::fclose(stdout);
   close(STDOUT_FILENO);
   answered = true;
-
-  if (!config->CanSend()) return 0;
+  if (!deliver || child > 0) return 0;
+  if (child == 0) {
+    setsid();
+    // Some web servers read the program's standard error until it closes
+    // before they finish the request: the child lets go of it and of
+    // standard input. A failed send is recorded in the store, where
+    // `formwiz submissions` shows it.
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (null >= 0) {
+      dup2(null, STDIN_FILENO);
+      dup2(null, STDERR_FILENO);
+      close(null);
+    }
+  }
   const auto transport = TransportFor(*config);
   if (!transport) return 0;
+  try {
+    store = store::OpenDataStore(data);
+  } catch (const store::StoreError& e) {
+    std::fprintf(stderr, "formwiz-mail: delivery: %s\n", e.what());
+    return 0;
+  }
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::seconds(kDeliverySeconds);
   try {
