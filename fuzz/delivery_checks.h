@@ -30,7 +30,8 @@ inline std::string One(InternetAddressList* list) {
   if (list == nullptr || internet_address_list_length(list) != 1) return "";
   InternetAddress* address = internet_address_list_get_address(list, 0);
   if (!INTERNET_ADDRESS_IS_MAILBOX(address)) return "";
-  return internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(address));
+  return internet_address_mailbox_get_idn_addr(
+      INTERNET_ADDRESS_MAILBOX(address));
 }
 
 // What is wrong with the composed `raw` mail for `input`, or "".

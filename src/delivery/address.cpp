@@ -65,28 +65,28 @@ std::optional<std::string> ParseSingleAddress(std::string_view text) {
   }
   InternetAddress* address = internet_address_list_get_address(list.get(), 0);
   if (!INTERNET_ADDRESS_IS_MAILBOX(address)) return std::nullopt;
-  const char* addr =
-      internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(address));
-  if (addr == nullptr || !IsPlainAddrSpec(addr)) return std::nullopt;
-  // GMime recovers from some junk by dropping it ("a@b@c" gives "a@b"); an
-  // address is taken only when it is literally what was written, alone or
-  // in angle brackets after a display name.
-  const std::string bare(addr);
-  const std::string_view trimmed = Trim(text);
-  if (trimmed != bare && !trimmed.ends_with("<" + bare + ">")) {
-    return std::nullopt;
-  }
-  // A headers' and an SMTP envelope's address is ASCII: an international
-  // domain is given in its ASCII form (IDNA); a local part beyond ASCII
-  // would need SMTPUTF8, which a relay may not offer, so it is refused.
-  const char* idn =
-      internet_address_mailbox_get_idn_addr(INTERNET_ADDRESS_MAILBOX(address));
-  if (idn == nullptr) return std::nullopt;
-  const std::string ascii(idn);
+  InternetAddressMailbox* mailbox = INTERNET_ADDRESS_MAILBOX(address);
+  const char* addr = internet_address_mailbox_get_addr(mailbox);
+  // A header's and an SMTP envelope's address is ASCII: an international
+  // domain is given in its ASCII form (IDNA), which GMime reads back in
+  // Unicode; a local part beyond ASCII would need SMTPUTF8, which a relay
+  // may not offer, so it is refused.
+  const char* idn = internet_address_mailbox_get_idn_addr(mailbox);
+  if (addr == nullptr || idn == nullptr) return std::nullopt;
+  const std::string bare(addr), ascii(idn);
   for (unsigned char c : ascii) {
     if (c >= 0x7f) return std::nullopt;
   }
-  if (!IsPlainAddrSpec(ascii)) return std::nullopt;
+  if (!IsPlainAddrSpec(bare) || !IsPlainAddrSpec(ascii)) return std::nullopt;
+  // GMime recovers from some junk by dropping it ("a@b@c" gives "a@b"); an
+  // address is taken only when it is literally what was written (in either
+  // form), alone or in angle brackets after a display name.
+  const std::string_view trimmed = Trim(text);
+  bool literal = false;
+  for (const std::string& form : {bare, ascii}) {
+    literal = literal || trimmed == form || trimmed.ends_with("<" + form + ">");
+  }
+  if (!literal) return std::nullopt;
   return ascii;
 }
 

@@ -202,11 +202,15 @@ void ReadRecipients(Reader& r, const toml::table& table, Config& config) {
           }
         } else if (name == "allow_domains") {
           for (const std::string& domain : r.Strings(node, key)) {
-            // A domain is good when an address at it would be.
-            if (domain.empty() || !ParseSingleAddress("postmaster@" + domain)) {
+            // A domain is good when an address at it would be; it is kept in
+            // the ASCII form addresses are compared in.
+            const std::optional<std::string> address =
+                domain.empty() ? std::nullopt
+                               : ParseSingleAddress("postmaster@" + domain);
+            if (!address) {
               r.Fail(node.source(), key, "\"" + domain + "\" is not a domain");
             }
-            config.allow_domains.push_back(AddressDomain("x@" + domain));
+            config.allow_domains.push_back(AddressDomain(*address));
           }
         } else if (name == "aliases") {
           r.Keys(r.Table(node, key), key,

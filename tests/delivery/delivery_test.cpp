@@ -330,6 +330,7 @@ TEST(AddressTest, OnlyOneBareMailboxPasses) {
       {"  jane@example.org ", "jane@example.org"},
       {"Jane Doe <jane@example.org>", "jane@example.org"},
       {"j@ex\xC3\xA4mple.org", "j@xn--exmple-cua.org"},
+      {"Jane <j@xn--exmple-cua.org>", "j@xn--exmple-cua.org"},
       {"j\xC3\xA9@example.org", ""},
       {"jane", ""},
       {"@example.org", ""},
@@ -604,7 +605,7 @@ timeout_seconds = 20
 sendmail = "/usr/sbin/sendmail"
 [recipients]
 allow = ["owner@example.org"]
-allow_domains = ["Example.COM"]
+allow_domains = ["Example.COM", "b\u00FCcher.example"]
 [recipients.aliases]
 sales = "sales@example.com"
 [limits]
@@ -638,7 +639,8 @@ max_backoff_seconds = 100
   EXPECT_EQ(config->sendmail, "/usr/sbin/sendmail");
   EXPECT_EQ(config->allow_addresses,
             std::vector<std::string>{"owner@example.org"});
-  EXPECT_EQ(config->allow_domains, std::vector<std::string>{"example.com"});
+  EXPECT_EQ(config->allow_domains,
+            (std::vector<std::string>{"example.com", "xn--bcher-kva.example"}));
   EXPECT_EQ(config->aliases.at("sales"), "sales@example.com");
   const Limits& l = config->limits;
   EXPECT_EQ(std::vector<size_t>({l.max_body, l.max_fields, l.max_name_length,
