@@ -34,8 +34,11 @@ inline std::string One(InternetAddressList* list) {
       INTERNET_ADDRESS_MAILBOX(address));
 }
 
-// What is wrong with the composed `raw` mail for `input`, or "".
-inline std::string CheckMail(const std::string& raw, const MailInput& input) {
+// What is wrong with the text of a composed mail, whatever went into it:
+// only CR LF line ends, and a header block of the headers ComposeMail
+// writes, each line printable ASCII (RFC 2047 did its work) within 998
+// bytes.
+inline std::string CheckMailText(const std::string& raw) {
   for (size_t i = 0; i < raw.size(); ++i) {
     if (raw[i] == '\r' && (i + 1 == raw.size() || raw[i + 1] != '\n')) {
       return "a lone CR in the mail";
@@ -73,6 +76,14 @@ inline std::string CheckMail(const std::string& raw, const MailInput& input) {
     if (!kKnown.count(line.substr(0, line.find(':')))) {
       return "an unexpected header line: " + std::string(line);
     }
+  }
+  return "";
+}
+
+// What is wrong with the composed `raw` mail for `input`, or "".
+inline std::string CheckMail(const std::string& raw, const MailInput& input) {
+  if (std::string problem = CheckMailText(raw); !problem.empty()) {
+    return problem;
   }
 
   GMimeStream* stream =
