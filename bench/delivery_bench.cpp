@@ -269,8 +269,8 @@ std::optional<Setup> Prepare() {
   setup.page_name = "page.html";
   const std::string config = (setup.dir / "formwiz.toml").string();
   std::ofstream(config) << "[limits]\n"
-                           "rate_per_minute = 100000000\n"
-                           "rate_burst = 100000000\n"
+                           "rate_per_minute = 1000000\n"
+                           "rate_burst = 1000000\n"
                            "connections_per_ip = 1024\n";
   setup.server = std::make_unique<Server>();
   if (!setup.server->Start({bin, "serve", "--listen", "127.0.0.1:0", "--data",
