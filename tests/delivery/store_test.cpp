@@ -259,6 +259,7 @@ TEST(SqliteStore, LeasesKeepWorkersApartUntilTheyRunOut) {
   }
   EXPECT_FALSE(b.MarkSent(id, "B", 263)) << "sent once, recorded once";
   EXPECT_EQ(a.Get(id)->sent_at, 262);
+  EXPECT_EQ(a.Get(id)->attempts, 1) << "the attempt that sent it counts";
   EXPECT_TRUE(b.MarkRetry(retaken[1].id, "B", 900, "451 later"));
   EXPECT_TRUE(b.MarkFailed(retaken[2].id, "B", "550 no"));
   SubmissionRecord retried = *a.Get(retaken[1].id);

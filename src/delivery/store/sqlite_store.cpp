@@ -416,6 +416,7 @@ bool SqliteStore::MarkSent(int64_t id, const std::string& owner, int64_t now) {
   Transaction transaction(db_, true);
   Statement update(db_,
                    "UPDATE submissions SET status = 'sent', sent_at = ?, "
+                   "attempts = attempts + 1, "
                    "lease_owner = NULL, lease_until = NULL "
                    "WHERE id = ? AND lease_owner = ? AND status = 'queued'");
   update.Bind(1, now).Bind(2, id).Bind(3, owner);

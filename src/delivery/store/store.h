@@ -57,7 +57,8 @@ class Store {
                                                  int64_t now,
                                                  int lease_seconds,
                                                  int limit) = 0;
-  // The mail server took the mail: kSent, sent_at = now, lease dropped.
+  // The mail server took the mail: kSent, sent_at = now, attempts + 1,
+  // lease dropped.
   // Recorded in one step right after the server's answer. False when
   // `owner` no longer holds the lease (nothing is changed then).
   virtual bool MarkSent(int64_t id, const std::string& owner, int64_t now) = 0;
