@@ -125,8 +125,7 @@ ParsedMail ParseMail(const std::string& raw) {
     ADD_FAILURE() << "GMime cannot read the mail";
     return mail;
   }
-  const char* subject = g_mime_message_get_subject(message);
-  mail.subject = subject != nullptr ? subject : "";
+  mail.subject = fuzz::delivery_checks::ReaderSubject(message);
   mail.from = Addresses(g_mime_message_get_from(message));
   mail.to = Addresses(g_mime_message_get_to(message));
   mail.reply_to = Addresses(g_mime_message_get_reply_to(message));
