@@ -80,12 +80,28 @@ inline std::string CheckMailText(const std::string& raw) {
   return "";
 }
 
+// "=?charset?B|Q?text?=", an RFC 2047 encoded word.
+inline bool IsEncodedWord(std::string_view token) {
+  if (token.size() < 8 || !token.starts_with("=?") || !token.ends_with("?=")) {
+    return false;
+  }
+  const size_t mark = token.find('?', 2);
+  if (mark == std::string_view::npos || mark + 3 > token.size() - 2 ||
+      token[mark + 2] != '?' ||
+      std::string_view("BbQq").find(token[mark + 1]) ==
+          std::string_view::npos) {
+    return false;
+  }
+  return token.find('?', mark + 3) == token.size() - 2;
+}
+
 // The Subject as a mail reader shows it. GMime's own reader joins the
 // payloads of adjacent encoded words before decoding them, which loses text
 // when the first is base64 with padding (GMime 3.2); readers decode each
-// word alone, as this does: the value is cut between adjacent encoded words
-// (the space there is not text) and each piece decoded by GMime. No "=?"
-// is left in plain text (CleanSubject), so "?= =?" is always such a join.
+// word alone, as this does, with GMime: the unfolded value is taken word by
+// word, the space between two encoded words dropped (RFC 2047, 6.2), any
+// other kept. No plain word of the visitor's begins with "=?"
+// (CleanSubject), so none is taken for an encoded word.
 inline std::string ReaderSubject(GMimeMessage* message) {
   GMimeHeaderList* list = g_mime_object_get_header_list(GMIME_OBJECT(message));
   GMimeHeader* header = g_mime_header_list_get_header(list, "Subject");
@@ -94,18 +110,31 @@ inline std::string ReaderSubject(GMimeMessage* message) {
   for (size_t at; (at = raw.find("\r\n")) != std::string::npos;) {
     raw.erase(at, 2);
   }
-  raw.erase(0, raw.find_first_not_of(" \t"));
+  std::string_view rest(raw);
+  rest.remove_prefix(std::min(rest.find_first_not_of(" \t"), rest.size()));
   std::string shown;
-  for (size_t start = 0;;) {
-    const size_t join = raw.find("?= =?", start);
-    const std::string piece =
-        raw.substr(start, join == std::string::npos ? std::string::npos
-                                                    : join + 2 - start);
-    char* decoded = g_mime_utils_header_decode_text(nullptr, piece.c_str());
-    shown += decoded;
-    g_free(decoded);
-    if (join == std::string::npos) break;
-    start = join + 3;
+  bool after_encoded = false;
+  while (!rest.empty()) {
+    const size_t word = std::min(rest.find_first_not_of(" \t"), rest.size());
+    const std::string_view space = rest.substr(0, word);
+    rest.remove_prefix(word);
+    if (rest.empty()) {
+      shown += space;
+      break;
+    }
+    const size_t end = std::min(rest.find_first_of(" \t"), rest.size());
+    const std::string token(rest.substr(0, end));
+    rest.remove_prefix(end);
+    const bool encoded = IsEncodedWord(token);
+    if (!(encoded && after_encoded)) shown += space;
+    if (encoded) {
+      char* decoded = g_mime_utils_header_decode_text(nullptr, token.c_str());
+      shown += decoded;
+      g_free(decoded);
+    } else {
+      shown += token;
+    }
+    after_encoded = encoded;
   }
   return shown;
 }
