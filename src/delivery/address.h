@@ -10,7 +10,9 @@ namespace formwiz::delivery {
 
 // The one mailbox in `text` as a bare "local@domain", or nothing when `text`
 // holds no address, more than one, a group, any control character, or an
-// address without a domain.
+// address without a domain. The address comes back in ASCII, as it may
+// stand in a header: an international domain in its IDNA form; a local part
+// beyond ASCII is refused.
 std::optional<std::string> ParseSingleAddress(std::string_view text);
 
 // The domain of a bare address, lower-cased ("" when none).

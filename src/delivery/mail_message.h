@@ -38,7 +38,9 @@ std::optional<std::string> ReplyToFrom(const std::vector<store::Field>& fields);
 bool IsAddressFieldName(const std::string& name);
 
 // The subject as it will be sent: control characters turned to spaces,
-// trimmed, at most 200 characters; the default when nothing is left.
+// trimmed, at most 200 characters; the default when nothing is left. "=?"
+// is written "= ?", so that no text a visitor typed reads as an encoded
+// word (which a mail reader would decode, line breaks and all).
 std::string CleanSubject(const std::string& subject,
                          const std::string& default_subject);
 
