@@ -92,16 +92,25 @@ std::optional<store::Status> StatusOption(const SubmissionsOptions& options) {
   return store::StatusFromName(*options.status);
 }
 
-int List(store::Store& store, const SubmissionsOptions& options) {
+// The submissions the options select, in number order.
+std::vector<store::SubmissionRecord> Selected(
+    store::Store& store, const SubmissionsOptions& options) {
   store::Query query;
   query.status = StatusOption(options);
-  const auto records = store.List(query);
-  if (options.json) {
-    Json all = Json::array();
-    for (const auto& r : records) all.push_back(RecordJson(r, false));
-    PrintJson(all);
-    return kExitOk;
-  }
+  return store.List(query);
+}
+
+// list --json and export --json: an array of the records, without mails.
+int PrintRecordsJson(const std::vector<store::SubmissionRecord>& records) {
+  Json all = Json::array();
+  for (const auto& r : records) all.push_back(RecordJson(r, false));
+  PrintJson(all);
+  return kExitOk;
+}
+
+int List(store::Store& store, const SubmissionsOptions& options) {
+  const auto records = Selected(store, options);
+  if (options.json) return PrintRecordsJson(records);
   for (const auto& r : records) {
     const std::string& to = r.recipient.empty() ? r.requested_to : r.recipient;
     std::cout << r.id << "  " << IsoTime(r.received_at) << "  "
@@ -165,15 +174,8 @@ int Show(store::Store& store, const SubmissionsOptions& options) {
 // submission's fields are already in its form's order, so the columns follow
 // the forms. A name a submission does not have is an empty cell.
 int Export(store::Store& store, const SubmissionsOptions& options) {
-  store::Query query;
-  query.status = StatusOption(options);
-  const auto records = store.List(query);
-  if (options.json) {
-    Json all = Json::array();
-    for (const auto& r : records) all.push_back(RecordJson(r, false));
-    PrintJson(all);
-    return kExitOk;
-  }
+  const auto records = Selected(store, options);
+  if (options.json) return PrintRecordsJson(records);
   std::vector<std::string> names;
   std::map<std::string, size_t> column;
   for (const auto& r : records) {

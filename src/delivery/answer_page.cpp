@@ -24,6 +24,18 @@ bool AllowedInHtml(gunichar c) {
   return (c & 0xFFFE) != 0xFFFE;
 }
 
+// The q value of one media range's parameters, 1 when absent.
+double Quality(GMimeContentType* type) {
+  const char* q = g_mime_content_type_get_parameter(type, "q");
+  if (q == nullptr) return 1.0;
+  char* end = nullptr;
+  const double value = g_ascii_strtod(q, &end);
+  if (end == q || *end != '\0' || !(value >= 0.0 && value <= 1.0)) return 0.0;
+  return value;
+}
+
+}  // namespace
+
 std::string HtmlText(std::string_view raw) {
   const std::string valid = text::ValidUtf8(raw);
   std::string out;
@@ -56,18 +68,6 @@ std::string HtmlText(std::string_view raw) {
   }
   return out;
 }
-
-// The q value of one media range's parameters, 1 when absent.
-double Quality(GMimeContentType* type) {
-  const char* q = g_mime_content_type_get_parameter(type, "q");
-  if (q == nullptr) return 1.0;
-  char* end = nullptr;
-  const double value = g_ascii_strtod(q, &end);
-  if (end == q || *end != '\0' || !(value >= 0.0 && value <= 1.0)) return 0.0;
-  return value;
-}
-
-}  // namespace
 
 std::string AnswerHtml(const Answer& answer) {
   const std::string title =

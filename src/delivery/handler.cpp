@@ -81,12 +81,16 @@ Response MakeResponse(const Request& request, int status, Answer answer) {
   return response;
 }
 
+}  // namespace
+
 Response Refusal(const Request& request, int status, std::string message) {
   Answer answer;
   answer.title = kNotSent;
   answer.message = std::move(message);
   return MakeResponse(request, status, std::move(answer));
 }
+
+namespace {
 
 Response StoreFailure(const Request& request) {
   Response response = Refusal(

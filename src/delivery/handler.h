@@ -18,13 +18,13 @@
 namespace formwiz::delivery {
 
 struct Request {
-  std::string method;        // "POST", ...
-  std::string content_type;  // as sent
+  std::string method;                      // "POST", ...
+  std::string content_type;                // as sent
   std::optional<uint64_t> content_length;  // when the client gave one
   std::string body;
-  std::string client;        // the client's address
-  std::string referer;       // the Referer header, "" when none
-  std::string accept;        // the Accept header
+  std::string client;   // the client's address
+  std::string referer;  // the Referer header, "" when none
+  std::string accept;   // the Accept header
 };
 
 struct Response {
@@ -58,6 +58,12 @@ class Handler {
   std::function<void()> on_queued_;
   std::function<int64_t()> now_ms_;
 };
+
+// A refused request's answer, as the handler gives it: `message` on the
+// page (or in the JSON) titled "Your form was not sent", with a link back
+// to the form's page. The programs use it for the refusals that are theirs
+// (a body beyond the limit while reading, no configuration).
+Response Refusal(const Request& request, int status, std::string message);
 
 // The policy of a configuration: its aliases, addresses and domains.
 RecipientPolicy PolicyFromConfig(const Config& config);

@@ -116,8 +116,8 @@ delivery::Response SmallPage(int status, const std::string& title,
   response.body =
       "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta "
       "charset=\"utf-8\">\n<title>" +
-      EscapeHtml(title) + "</title>\n</head>\n<body>\n<h1>" +
-      EscapeHtml(title) + "</h1>\n<p>" + EscapeHtml(text) +
+      delivery::HtmlText(title) + "</title>\n</head>\n<body>\n<h1>" +
+      delivery::HtmlText(title) + "</h1>\n<p>" + delivery::HtmlText(text) +
       "</p>\n</body>\n</html>\n";
   return response;
 }
@@ -125,22 +125,9 @@ delivery::Response SmallPage(int status, const std::string& title,
 // The handler's own page for a refused post, so that a form that is too
 // large looks like any other refusal to the visitor.
 delivery::Response TooLarge(const delivery::Request& request, size_t limit) {
-  delivery::Answer answer;
-  answer.ok = false;
-  answer.title = "Your form was not sent";
-  answer.message = "The form is too large: at most " + std::to_string(limit) +
-                   " bytes are accepted.";
-  answer.back_link = delivery::SafeBackLink(request.referer);
-  delivery::Response response;
-  response.status = MHD_HTTP_CONTENT_TOO_LARGE;
-  if (delivery::WantsJson(request.accept)) {
-    response.content_type = "application/json";
-    response.body = delivery::AnswerJson(answer);
-  } else {
-    response.content_type = "text/html; charset=utf-8";
-    response.body = delivery::AnswerHtml(answer);
-  }
-  return response;
+  return delivery::Refusal(request, MHD_HTTP_CONTENT_TOO_LARGE,
+                           "The form is too large: at most " +
+                               std::to_string(limit) + " bytes are accepted.");
 }
 
 }  // namespace

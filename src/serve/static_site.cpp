@@ -9,6 +9,8 @@
 #include <memory>
 #include <system_error>
 
+#include "delivery/answer_page.h"
+
 namespace formwiz::serve {
 namespace {
 
@@ -168,8 +170,8 @@ std::string StaticSite::IndexPage(const std::vector<ServedFile>& files) const {
   for (const ServedFile& file : files) {
     const std::string lower = Lower(file.url);
     if (!EndsWith(lower, ".html") && !EndsWith(lower, ".htm")) continue;
-    links += "<li><a href=\"" + EscapeHtml(file.url) + "\">" +
-             EscapeHtml(file.url) + "</a></li>\n";
+    links += "<li><a href=\"" + delivery::HtmlText(file.url) + "\">" +
+             delivery::HtmlText(file.url) + "</a></li>\n";
   }
   if (links.empty()) links = "<li>No pages are served.</li>\n";
   return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta "
@@ -195,33 +197,6 @@ std::string_view ContentTypeFor(std::string_view path) {
   if (ext == "txt") return "text/plain; charset=utf-8";
   if (ext == "json") return "application/json";
   return "application/octet-stream";
-}
-
-std::string EscapeHtml(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (char c : text) {
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      case '\'':
-        out += "&#39;";
-        break;
-      default:
-        out += c;
-    }
-  }
-  return out;
 }
 
 }  // namespace formwiz::serve

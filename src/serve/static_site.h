@@ -57,7 +57,4 @@ class StaticSite {
 // txt, json), application/octet-stream for the rest.
 std::string_view ContentTypeFor(std::string_view path);
 
-// `text` with &, <, >, " and ' escaped for HTML.
-std::string EscapeHtml(std::string_view text);
-
 }  // namespace formwiz::serve
