@@ -38,7 +38,7 @@ constexpr int kPreviewDelayMs = 200;
 
 }  // namespace
 
-EditorWindow::EditorWindow(std::vector<BundledOrb> orbs, QWidget* parent)
+EditorWindow::EditorWindow(std::vector<host::BundledOrb> orbs, QWidget* parent)
     : QMainWindow(parent),
       orbs_(std::move(orbs)),
       view_(new PageView),
@@ -123,7 +123,7 @@ void EditorWindow::BuildMenus() {
 }
 
 void EditorWindow::BuildOrbMenu(QMenu* menu) {
-  for (const BundledOrb& orb : orbs_) {
+  for (const host::BundledOrb& orb : orbs_) {
     const std::filesystem::path file = orb.file;
     menu->addAction(QString::fromStdString(orb.display_name), this,
                     [this, file] { InsertOrb(file); });
@@ -223,9 +223,9 @@ void EditorWindow::closeEvent(QCloseEvent* event) {
 void EditorWindow::InsertOrb(const std::filesystem::path& orb_file) {
   // The file is read for each insertion: the component edits the tree it is
   // given, and each new object starts from the orb as it is on disk.
-  Orb orb;
+  host::Orb orb;
   std::string error;
-  if (!ReadOrb(orb_file, orb, error)) {
+  if (!host::ReadOrb(orb_file, orb, error)) {
     ShowError(tr("Insert Form Orb"),
               tr("%1: %2").arg(QString::fromStdString(orb_file.string()),
                                QString::fromStdString(error)));

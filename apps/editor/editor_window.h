@@ -14,8 +14,8 @@
 #include <optional>
 #include <vector>
 
+#include "host/orb_catalog.h"
 #include "host/page.h"
-#include "orb_catalog.h"
 
 class QAction;
 class QTemporaryDir;
@@ -30,7 +30,7 @@ class EditorWindow : public QMainWindow {
 
  public:
   // `orbs` fill Insert ▸ Form Orb.
-  explicit EditorWindow(std::vector<BundledOrb> orbs,
+  explicit EditorWindow(std::vector<host::BundledOrb> orbs,
                         QWidget* parent = nullptr);
   ~EditorWindow() override;
 
@@ -92,7 +92,7 @@ class EditorWindow : public QMainWindow {
   host::Page page_;
   QString path_;
   bool modified_ = false;
-  std::vector<BundledOrb> orbs_;
+  std::vector<host::BundledOrb> orbs_;
   PageView* view_;
   QPlainTextEdit* preview_;
   QTimer preview_timer_;

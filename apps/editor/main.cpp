@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "editor_window.h"
-#include "orb_catalog.h"
+#include "host/orb_catalog.h"
 
 namespace {
 
@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  const auto orbs = formwiz::editor::ListOrbs(formwiz::editor::FindOrbsFolder(
+  const auto orbs = formwiz::host::ListOrbs(formwiz::host::FindOrbsFolder(
       QApplication::applicationDirPath().toStdString()));
   std::unique_ptr<formwiz::editor::EditorWindow> made =
       parser.isSet(grab)

@@ -17,6 +17,7 @@
 #include "component/identity.h"
 #include "formdoc/kelxml.h"
 #include "host/input_file.h"
+#include "host/orb_catalog.h"
 #include "host/page.h"
 #include "script/script.h"
 #include "script/scripted_ui.h"
@@ -168,46 +169,16 @@ class HeadlessUi : public script::ScriptedUi, public script::ScriptedUi::Feed {
   int boxes_ = 0;
 };
 
-// The definition and the name an orb file gives: its first `impl` element,
-// and the `name` attribute of its top element (the file's name without
-// extension when it has none).
-struct Orb {
-  KelXmlElement impl;
-  std::string display_name;
-  std::string folder;
-};
-
-std::optional<Orb> LoadOrb(const std::string& file) {
+// The orb `name` means: a file, or a bundled orb by its folder's name.
+std::optional<host::Orb> LoadOrb(const std::string& name) {
+  const fs::path file = host::ResolveOrb(
+      name, host::FindOrbsFolder(host::RunningProgramFolder()));
+  host::Orb orb;
   std::string error;
-  const auto text = host::ReadInputFile(file, size_t{16} << 20, error);
-  if (!text) {
-    Problem(file, error, 0);
+  if (!host::ReadOrb(file, orb, error)) {
+    Problem(name, error, 0);
     return std::nullopt;
   }
-  KelXmlDocument doc;
-  if (!doc.LoadXml(*text)) {
-    Problem(file, "is not one well-formed XML document", 0);
-    return std::nullopt;
-  }
-  Orb orb;
-  orb.impl = FindElementInXml(*text, "impl");
-  if (!orb.impl) {
-    Problem(file, "holds no impl element", 0);
-    return std::nullopt;
-  }
-  for (KelXmlNode node = doc.Root().FirstChild(); node;
-       node = node.NextSibling()) {
-    if (node.NodeType() == kElementNode) {
-      orb.display_name = node.GetAttribute("name");
-      break;
-    }
-  }
-  if (orb.display_name.empty()) {
-    orb.display_name = fs::path(file).stem().string();
-  }
-  // The component joins Path and the picture's name with "/", so the folder
-  // goes without a trailing separator.
-  orb.folder = fs::absolute(file).parent_path().lexically_normal().string();
   return orb;
 }
 
@@ -386,7 +357,10 @@ Command AddPageCommand(CLI::App& parent) {
       ->required();
   add_text->add_option("--at", options->at, "Block index (default: the end)");
   CLI::App* insert = add("insert", "Insert a form orb, running the wizard");
-  insert->add_option("--orb", options->orb, "The orb file")
+  insert
+      ->add_option("--orb", options->orb,
+                   "The orb: a .qlo file, or a bundled orb's name "
+                   "(contact, request, ...)")
       ->capture_default_str();
   insert->add_option("--at", options->at, "Block index (default: the end)");
   add_script(insert);

@@ -10,22 +10,17 @@
 
 #include "command.h"
 
-// The bundled orb, in the source tree the program was built from.
-#ifndef FORMWIZ_DEFAULT_ORB
-#define FORMWIZ_DEFAULT_ORB "orbs/form/form.qlo"
-#endif
-
 namespace formwiz::cli {
 
 struct PageOptions {
   std::string action;  // new, list, add-text, insert, open, delete, export
   std::string file;
-  std::string text;                       // add-text
-  std::optional<size_t> at;               // add-text, insert: block index
-  size_t block = 0;                       // open, delete
-  std::string orb = FORMWIZ_DEFAULT_ORB;  // insert
-  std::optional<std::string> script;      // insert, open: the person's actions
-  std::string output = "-";               // export
+  std::string text;                   // add-text
+  std::optional<size_t> at;           // add-text, insert: block index
+  size_t block = 0;                   // open, delete
+  std::string orb = "form";           // insert: a file or a bundled orb's name
+  std::optional<std::string> script;  // insert, open: the person's actions
+  std::string output = "-";           // export
 };
 
 // Registers `page` and its subcommands on `parent`.

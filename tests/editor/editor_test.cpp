@@ -14,7 +14,7 @@
 #include "../qt_test_support.h"
 #include "component/identity.h"
 #include "editor_window.h"
-#include "orb_catalog.h"
+#include "host/orb_catalog.h"
 #include "page_view.h"
 
 namespace formwiz::editor {
@@ -168,20 +168,6 @@ TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
   EXPECT_TRUE(closer.Done());
   EXPECT_EQ(blocks[1].object->html_source, html);
   EXPECT_TRUE(window.errors.isEmpty());
-}
-
-// The bundled orb's listing and reading are the insertion above.
-TEST(OrbCatalogTest, FindsTheBundledOrbAndRefusesAFileWithoutImpl) {
-  const auto orbs = ListOrbs(kOrbs);
-  ASSERT_EQ(orbs.size(), 1u);
-  EXPECT_EQ(orbs[0].display_name, "Form");
-  Orb orb;
-  std::string error;
-  QTemporaryDir dir;
-  const std::string other = dir.filePath("other.qlo").toStdString();
-  std::ofstream(other) << "<orb name=\"X\"><form/></orb>";
-  EXPECT_FALSE(ReadOrb(other, orb, error));
-  EXPECT_FALSE(error.empty());
 }
 
 }  // namespace

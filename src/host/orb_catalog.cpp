@@ -1,36 +1,15 @@
 #include "orb_catalog.h"
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 
-namespace formwiz::editor {
+#include "input_file.h"
+
+namespace formwiz::host {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-bool ReadText(const fs::path& file, std::string& text) {
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return false;
-  std::ostringstream buffer;
-  buffer << in.rdbuf();
-  text = std::move(buffer).str();
-  return !in.bad();
-}
-
-// The `name` of the document's top element; empty when it has none or the
-// text does not parse.
-std::string TopElementName(std::string_view text) {
-  KelXmlDocument document;
-  if (!document.LoadXml(text)) return {};
-  for (KelXmlNode node = document.Root().FirstChild(); node;
-       node = node.NextSibling()) {
-    if (node.NodeType() == kElementNode) return node.GetAttribute("name");
-  }
-  return {};
-}
 
 bool IsDirectory(const fs::path& path) {
   std::error_code ec;
@@ -40,25 +19,34 @@ bool IsDirectory(const fs::path& path) {
 }  // namespace
 
 bool ReadOrb(const fs::path& file, Orb& orb, std::string& error) {
-  std::string text;
-  if (!ReadText(file, text)) {
-    error = "The orb file cannot be read.";
+  // "-" would be standard input to ReadInputFile; an orb is always a file.
+  const fs::path name = file == "-" ? fs::path(".") / file : file;
+  const auto text = ReadInputFile(name.string(), kMaxOrbFileSize, error);
+  if (!text) return false;
+  KelXmlDocument document;
+  if (!document.LoadXml(*text)) {
+    error = "is not one well-formed XML document";
     return false;
   }
-  KelXmlElement impl = FindElementInXml(text, "impl");
+  KelXmlElement impl = FindElementInXml(*text, "impl");
   if (!impl) {
-    error = "The file is no orb: it holds no impl element.";
+    error = "holds no impl element";
     return false;
   }
   orb.impl = impl;
-  orb.display_name = TopElementName(text);
+  orb.display_name.clear();
+  for (KelXmlNode node = document.Root().FirstChild(); node;
+       node = node.NextSibling()) {
+    if (node.NodeType() == kElementNode) {
+      orb.display_name = node.GetAttribute("name");
+      break;
+    }
+  }
   if (orb.display_name.empty()) orb.display_name = file.stem().string();
-  // The component joins picture names to the folder itself, so it gets the
-  // folder without a trailing separator, as an absolute path: the editor's
-  // working folder is no business of the component's.
   std::error_code ec;
   const fs::path absolute = fs::absolute(file, ec);
-  orb.folder = (ec ? file : absolute).parent_path().string();
+  orb.folder = (ec ? file : absolute).parent_path().lexically_normal().string();
+  if (orb.folder.size() > 1 && orb.folder.back() == '/') orb.folder.pop_back();
   return true;
 }
 
@@ -74,6 +62,12 @@ fs::path FindOrbsFolder(const fs::path& binary_dir) {
   return {};
 }
 
+fs::path RunningProgramFolder() {
+  std::error_code ec;
+  const fs::path program = fs::read_symlink("/proc/self/exe", ec);
+  return ec ? fs::path() : program.parent_path();
+}
+
 std::vector<BundledOrb> ListOrbs(const fs::path& orbs_folder) {
   std::vector<BundledOrb> orbs;
   if (orbs_folder.empty() || !IsDirectory(orbs_folder)) return orbs;
@@ -84,7 +78,7 @@ std::vector<BundledOrb> ListOrbs(const fs::path& orbs_folder) {
       if (entry.path().extension() != ".qlo") continue;
       Orb orb;
       std::string error;
-      // An unreadable orb is left out of the menu; "Other orb file…" still
+      // An unreadable orb is left out of the menu; naming its file still
       // reaches it and tells why it fails.
       if (ReadOrb(entry.path(), orb, error)) {
         orbs.push_back({orb.display_name, entry.path()});
@@ -98,4 +92,13 @@ std::vector<BundledOrb> ListOrbs(const fs::path& orbs_folder) {
   return orbs;
 }
 
-}  // namespace formwiz::editor
+fs::path ResolveOrb(const std::string& name, const fs::path& orbs_folder) {
+  std::error_code ec;
+  const bool bare = !name.empty() && name != "." && name != ".." &&
+                    name.find('/') == std::string::npos;
+  if (!bare || orbs_folder.empty() || fs::exists(name, ec)) return name;
+  const fs::path bundled = orbs_folder / name / (name + ".qlo");
+  return fs::is_regular_file(bundled, ec) ? bundled : fs::path(name);
+}
+
+}  // namespace formwiz::host
