@@ -1,6 +1,7 @@
 #include "checks.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
@@ -31,6 +32,16 @@ class QuietUi : public Ui {
  public:
   void MsgBox(std::string_view, std::string_view) override {}
 };
+
+// Whether two stored HTMLData values are the same value of the same kind
+// (NaN counting as itself; an object value has nothing behind it in a file).
+bool SameData(const std::optional<Variant>& a,
+              const std::optional<Variant>& b) {
+  if (!a || !b) return !a && !b;
+  if (a->kind != b->kind || a->text != b->text) return false;
+  return a->number == b->number ||
+         (std::isnan(a->number) && std::isnan(b->number));
+}
 
 // Enough of a text to recognise it in a report.
 std::string Excerpt(std::string_view text) {
@@ -199,11 +210,47 @@ std::string CheckScript(std::string_view input) {
 std::string CheckPageFile(std::string_view input) {
   host::Page page;
   std::string error;
-  if (!host::ReadPageFile(input, page, error)) {
+  int version = 0;
+  if (!host::ReadPageFile(input, page, error, &version)) {
     return error.empty() ? "refused without a reason" : "";
   }
-  if (const std::string written = host::WritePageFile(page); written != input) {
-    return "read, it writes back as " + Excerpt(written);
+  const std::string written = host::WritePageFile(page);
+  if (version == host::kPageFileVersion) {
+    if (written != input) return "read, it writes back as " + Excerpt(written);
+    return "";
+  }
+  // An older file is written as the current version, which must read back
+  // as the same page and then write back byte for byte.
+  host::Page again;
+  int again_version = 0;
+  if (!host::ReadPageFile(written, again, error, &again_version)) {
+    return "a version " + std::to_string(version) +
+           " file, written again, is refused: " + error;
+  }
+  if (again_version != host::kPageFileVersion) {
+    return "a version " + std::to_string(version) + " file is written as " +
+           std::to_string(again_version);
+  }
+  if (again.title != page.title || again.blocks.size() != page.blocks.size()) {
+    return "a version " + std::to_string(version) +
+           " file, written again, reads as another page";
+  }
+  for (size_t i = 0; i < page.blocks.size(); ++i) {
+    const host::PageBlock& a = page.blocks[i];
+    const host::PageBlock& b = again.blocks[i];
+    if (!a.object != !b.object || a.text != b.text ||
+        (a.object && (a.object->prog_id != b.object->prog_id ||
+                      a.object->display_name != b.object->display_name ||
+                      a.object->html_source != b.object->html_source ||
+                      a.object->html_picture != b.object->html_picture ||
+                      !SameData(a.object->html_data, b.object->html_data)))) {
+      return "a version " + std::to_string(version) + " file's block " +
+             std::to_string(i) + " changes when written again";
+    }
+  }
+  if (host::WritePageFile(again) != written) {
+    return "a version " + std::to_string(version) +
+           " file, written again, does not write back byte for byte";
   }
   return "";
 }

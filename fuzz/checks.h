@@ -30,7 +30,8 @@ std::string CheckAssembly(std::string_view input);
 std::string CheckScript(std::string_view input);
 
 // A page file is refused with a reason, or read and written back byte for
-// byte.
+// byte; a file of an older version is written as the current one, which
+// reads back as the same page and writes back byte for byte.
 std::string CheckPageFile(std::string_view input);
 
 struct Target {

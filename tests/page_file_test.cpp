@@ -23,6 +23,7 @@ std::string Replaced(std::string text, const std::string& from,
 // A page holding `s` in every place a page can hold text.
 Page PageOf(const std::string& s) {
   Page page;
+  page.title = s;
   page.blocks.push_back({s, nullptr});
   const auto object = page.document->AddObject();
   object->prog_id = s;
@@ -55,8 +56,75 @@ TEST(PageFileTest, HostileContentsRoundTripByteForByte) {
     ASSERT_TRUE(object);
     EXPECT_EQ(read.document->objects, std::vector{object});
     // Every place holds `s` again: the same page writes the same file.
-    EXPECT_EQ(read.blocks[0].text + *object->html_source, s + s);
+    EXPECT_EQ(read.title + read.blocks[0].text + *object->html_source,
+              s + s + s);
     EXPECT_EQ(WritePageFile(read), file);
+  }
+}
+
+// A page file as formwiz wrote it before pages had titles: a paragraph and
+// an object with every property.
+constexpr std::string_view kVersion1 =
+    "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+    "<meta name=\"generator\" content=\"formwiz page 1\">\n"
+    "<title>Page</title>\n<style>p { white-space: pre-wrap; }</style>\n"
+    "</head>\n<body>\n<p>a &lt;b&gt; &amp; c\nd</p>\n"
+    "<!--formwiz-object progid=UWxuRm9ybU9yYldpei5jbHNGb3JtV2l6 "
+    "name=Rm9ybQ== data=s:PGltcGw+PC9pbXBsPg== source=13 picture=iVBORw== -->\n"
+    "<form></form>\n<!--/formwiz-object-->\n</body>\n</html>\n";
+
+TEST(PageFileTest, VersionOneFilesReadAndAreWrittenAsVersionTwo) {
+  Page page;
+  std::string error;
+  int version = 0;
+  ASSERT_TRUE(ReadPageFile(kVersion1, page, error, &version)) << error;
+  EXPECT_EQ(version, 1);
+  EXPECT_EQ(page.title, "Page");
+  ASSERT_EQ(page.blocks.size(), 2u);
+  EXPECT_EQ(page.blocks[0].text, "a <b> & c\nd");
+  const auto& object = page.blocks[1].object;
+  ASSERT_TRUE(object);
+  EXPECT_EQ(object->prog_id, "QlnFormOrbWiz.clsFormWiz");
+  EXPECT_EQ(object->display_name, "Form");
+  EXPECT_EQ(object->html_data->text, "<impl></impl>");
+  EXPECT_EQ(object->html_source, "<form></form>");
+  EXPECT_EQ(object->html_picture, (std::vector<uint8_t>{0x89, 'P', 'N', 'G'}));
+
+  // Saved, it is a version 2 file with the same blocks, the header a phone
+  // needs, and the page inside <main>.
+  const std::string saved = WritePageFile(page);
+  EXPECT_NE(saved.find("<meta name=\"viewport\" content=\"width=device-width, "
+                       "initial-scale=1\">\n<title>Page</title>\n<style>\n"),
+            std::string::npos)
+      << saved;
+  EXPECT_NE(saved.find("<main>\n<p>a &lt;b&gt; &amp; c\nd</p>\n"),
+            std::string::npos);
+  EXPECT_TRUE(saved.ends_with(
+      "<form></form>\n<!--/formwiz-object-->\n</main>\n</body>\n</html>\n"));
+  Page again;
+  ASSERT_TRUE(ReadPageFile(saved, again, error, &version)) << error;
+  EXPECT_EQ(version, kPageFileVersion);
+  EXPECT_EQ(again.title, "Page");
+  ASSERT_EQ(again.blocks.size(), 2u);
+  EXPECT_EQ(again.blocks[0].text, page.blocks[0].text);
+  EXPECT_EQ(again.blocks[1].object->html_source, object->html_source);
+  EXPECT_EQ(WritePageFile(again), saved);
+}
+
+TEST(PageFileTest, TitlesAreOneLineWithSomethingToRead) {
+  for (const auto& [title, ok] : std::vector<std::pair<std::string, bool>>{
+           {"Ask for our catalog", true},
+           {"<script>&amp;\"'", true},
+           {"Caf\xC3\xA9 \xE6\xBC\xA2", true},
+           {"x", true},
+           {"", false},
+           {"   ", false},
+           {"two\nlines", false},
+           {"tab\there", false},
+           {"cr\r", false},
+           {"del\x7f", false}}) {
+    SCOPED_TRACE(testing::PrintToString(title));
+    EXPECT_EQ(PageTitleProblem(title).empty(), ok);
   }
 }
 
@@ -107,7 +175,20 @@ TEST(PageFileTest, DamagedOrForeignFilesAreRefusedAndThePageKept) {
       Replaced(good, "data=s:", "data=x:"), Replaced(good, " -->\n", "-->\n"),
       Replaced(good, "<!--/formwiz-object-->", "<!--/formwiz-obj-->"),
       Replaced(good, "<p>body", "<p><b>body"),
-      Replaced(good, "<p>body", "<p>&quot;body")};
+      Replaced(good, "<p>body", "<p>&quot;body"),
+      Replaced(good, "<title>body", "<title><b>body"),
+      Replaced(good, "<title>body", "<title>body>"),
+      Replaced(good, "<title>body", "<title>&#98;ody"),
+      Replaced(good, "</title>", "</title >"),
+      Replaced(good, "formwiz page 2", "formwiz page 3"),
+      Replaced(good, "initial-scale=1", "initial-scale=2"),
+      Replaced(good, "min-height: 2.75rem", "min-height: 44px"),
+      Replaced(good, "<main>\n", ""),
+      Replaced(good, "</main>\n", ""),
+      // A version 1 header with a version 2 body, and the reverse.
+      Replaced(Replaced(good, "formwiz page 2", "formwiz page 1"),
+               "<title>body", "<title>Page"),
+      Replaced(std::string(kVersion1), "<p>", "<main>\n<p>")};
   // clang-format on
   std::vector<std::string> cases = damaged;
   for (size_t n = 0; n < good.size(); ++n) cases.push_back(good.substr(0, n));

@@ -1,7 +1,13 @@
 // The page model and the page file.
 //
-// The file is one fixed prologue, the blocks in order and one fixed
-// epilogue:
+// The file is one prologue, the blocks in order and one fixed epilogue.
+// The prologue is fixed but for the title:
+//
+//   <!DOCTYPE html> ... <meta name="generator" content="formwiz page 2">
+//   <meta name="viewport" ...> <title>TITLE</title> <style>...</style>
+//   </head> <body> <main>                      (one element a line)
+//
+// and each block is
 //
 //   <p>TEXT</p>
 //   <!--formwiz-object progid=B64 name=B64|- data=DATA source=LEN|-
@@ -9,19 +15,28 @@
 //   HTMLSource, LEN bytes exactly, as it is
 //   <!--/formwiz-object-->
 //
-// Paragraph text has &, < and > escaped and nothing else, so every byte a
-// person typed (CR LF, invalid UTF-8) comes back. The marker's fields are
-// base64, which holds no "-", ">" or space, so no content can end the
-// comment or shift a field; the HTML itself is never escaped (a browser must
-// show it as the object's HTML) and is found by its length, never by looking
-// for the end marker, so an HTMLSource that holds the end marker, "-->" or
-// "</script>" reads back unchanged. The end marker is still checked, which
-// catches a file whose HTML was edited by hand or whose line endings were
-// converted.
+// Paragraph text and the title have &, < and > escaped and nothing else, so
+// every byte a person typed (CR LF, invalid UTF-8) comes back. The marker's
+// fields are base64, which holds no "-", ">" or space, so no content can end
+// the comment or shift a field; the HTML itself is never escaped (a browser
+// must show it as the object's HTML) and is found by its length, never by
+// looking for the end marker, so an HTMLSource that holds the end marker,
+// "-->" or "</script>" reads back unchanged. The end marker is still
+// checked, which catches a file whose HTML was edited by hand or whose line
+// endings were converted.
 //
-// The reader accepts exactly what the writer writes, in one forward pass
-// without backtracking; anything else is refused. Hand-editing a paragraph's
-// text stays possible as long as it is escaped the same way.
+// The stylesheet lays the bundled orbs' forms out (their fw-* classes) for
+// phones and desktops, in light and dark colours; it is part of the fixed
+// prologue, so a different one is a new version of the file.
+//
+// Version 1 files (a fixed prologue with the title "Page", no viewport, a
+// stylesheet for paragraphs only, no <main>) are still read; they are
+// written as version 2, and only when saved: reading never writes.
+//
+// The reader accepts exactly what the writer writes (or wrote as version 1),
+// in one forward pass without backtracking; anything else is refused.
+// Hand-editing a paragraph's text or the title stays possible as long as it
+// is escaped the same way.
 #include "host/page.h"
 
 #include <algorithm>
@@ -36,19 +51,89 @@
 namespace formwiz::host {
 namespace {
 
-// The generator line is what tells our files from other HTML.
-constexpr std::string_view kPrologue =
+// The generator line is what tells our files, and their versions, from
+// other HTML.
+constexpr std::string_view kHeadStart =
     "<!DOCTYPE html>\n"
     "<html lang=\"en\">\n"
     "<head>\n"
-    "<meta charset=\"utf-8\">\n"
+    "<meta charset=\"utf-8\">\n";
+constexpr std::string_view kRestOfHeadV1 =
     "<meta name=\"generator\" content=\"formwiz page 1\">\n"
     "<title>Page</title>\n"
     // Paragraphs keep their line breaks and runs of spaces, as typed.
     "<style>p { white-space: pre-wrap; }</style>\n"
     "</head>\n"
     "<body>\n";
-constexpr std::string_view kEpilogue = "</body>\n</html>\n";
+constexpr std::string_view kEpilogueV1 = "</body>\n</html>\n";
+
+constexpr std::string_view kTitleStart =
+    "<meta name=\"generator\" content=\"formwiz page 2\">\n"
+    "<meta name=\"viewport\" content=\"width=device-width, "
+    "initial-scale=1\">\n"
+    "<title>";
+// Narrow screens (phones) get one column: each prompt above its box; from
+// 40rem on, prompts stand beside their boxes. Boxes keep the width their
+// size or cols gives, but never more than the column has, so nothing
+// scrolls sideways. Classic table forms stack their cells on phones.
+constexpr std::string_view kTitleEnd =
+    "</title>\n"
+    "<style>\n"
+    ":root { color-scheme: light dark; --fw-text: #1c1b1f; "
+    "--fw-back: #ffffff; --fw-line: #6f6f7a; --fw-accent: #0b57d0; "
+    "--fw-on-accent: #ffffff; --fw-error: #b3261e; }\n"
+    "@media (prefers-color-scheme: dark) { :root { --fw-text: #e6e1e5; "
+    "--fw-back: #1c1b1f; --fw-line: #938f99; --fw-accent: #a8c7fa; "
+    "--fw-on-accent: #062e6f; --fw-error: #f2b8b5; } }\n"
+    "*, ::before, ::after { box-sizing: border-box; }\n"
+    "body { margin: 0 auto; padding: 1rem; max-width: 50rem; "
+    "font: 1rem/1.5 system-ui, sans-serif; color: var(--fw-text); "
+    "background: var(--fw-back); overflow-wrap: break-word; }\n"
+    "p { white-space: pre-wrap; }\n"
+    "input, select, textarea, button { font: inherit; max-width: 100%; }\n"
+    "input, select, textarea { min-width: 0; min-height: 2.75rem; "
+    "padding: .5rem; color: inherit; background: var(--fw-back); "
+    "border: 1px solid var(--fw-line); border-radius: .25rem; }\n"
+    "input[type=checkbox], input[type=radio] { width: 1.25rem; "
+    "height: 1.25rem; min-height: 0; margin: 0; "
+    "accent-color: var(--fw-accent); }\n"
+    "input[required], select[required], textarea[required] { "
+    "border-left: .25rem solid var(--fw-accent); }\n"
+    ":user-invalid { border-color: var(--fw-error); "
+    "box-shadow: 0 0 0 1px var(--fw-error); }\n"
+    ":focus-visible { outline: 3px solid var(--fw-accent); "
+    "outline-offset: 2px; }\n"
+    "fieldset { min-width: 0; margin: 0 0 1rem; padding: .5rem 1rem 1rem; "
+    "border: 1px solid var(--fw-line); border-radius: .25rem; }\n"
+    "legend { padding: 0 .25rem; font-weight: 600; }\n"
+    ".fw-field { margin: 0 0 1rem; }\n"
+    ".fw-label { display: grid; grid-template-columns: minmax(0, 1fr); "
+    "gap: .25rem; justify-items: start; }\n"
+    ".fw-prompt { font-weight: 600; }\n"
+    ".fw-required { color: var(--fw-error); }\n"
+    ".fw-choice label { display: flex; align-items: center; gap: .5rem; "
+    "min-height: 2.75rem; }\n"
+    ".fw-send, form [type=submit] { min-width: 2.75rem; "
+    "min-height: 2.75rem; padding: .5rem 1.5rem; border: 0; "
+    "border-radius: .375rem; color: var(--fw-on-accent); "
+    "background: var(--fw-accent); font-weight: 600; cursor: pointer; }\n"
+    ".qln-trap { position: absolute; left: -10000px; width: 1px; "
+    "height: 1px; overflow: hidden; }\n"
+    "@media (min-width: 40rem) {\n"
+    "  .fw-label { grid-template-columns: 14rem minmax(0, 1fr); "
+    "column-gap: 1rem; align-items: baseline; }\n"
+    "  .fw-actions { padding-left: 15rem; }\n"
+    "}\n"
+    "@media (max-width: 39.99rem) {\n"
+    "  form table, form tbody, form tr, form td { display: block; }\n"
+    "}\n"
+    "</style>\n"
+    "</head>\n"
+    "<body>\n"
+    "<main>\n";
+constexpr std::string_view kEpilogue = "</main>\n</body>\n</html>\n";
+constexpr std::string_view kTitleClose = "</title>\n";
+static_assert(kTitleEnd.starts_with(kTitleClose));
 constexpr std::string_view kParagraphStart = "<p>";
 constexpr std::string_view kParagraphEnd = "</p>\n";
 constexpr std::string_view kObjectStart = "<!--formwiz-object ";
@@ -162,15 +247,30 @@ class Reader {
   Reader(std::string_view text, std::weak_ptr<PageDocument> document)
       : text_(text), document_(std::move(document)) {}
 
-  std::vector<PageBlock> Blocks() {
-    if (!Take(kPrologue)) {
+  // The blocks; `title` and `version` receive the page's.
+  std::vector<PageBlock> Blocks(std::string& title, int& version) {
+    std::string_view epilogue = kEpilogue;
+    if (!Take(kHeadStart)) {
+      throw Refusal{"not a page file written by formwiz (its header differs)"};
+    }
+    if (Take(kRestOfHeadV1)) {
+      version = 1;
+      title = kDefaultPageTitle;
+      epilogue = kEpilogueV1;
+    } else if (Take(kTitleStart)) {
+      version = 2;
+      title = Escaped(kTitleClose, "the title");
+      if (!Take(kTitleEnd.substr(kTitleClose.size()))) {
+        Fail("the page's header differs after the title");
+      }
+    } else {
       throw Refusal{"not a page file written by formwiz (its header differs)"};
     }
     std::vector<PageBlock> blocks;
-    while (!Take(kEpilogue)) {
+    while (!Take(epilogue)) {
       if (pos_ == text_.size()) Fail("the file ends before the page does");
       if (Take(kParagraphStart)) {
-        blocks.push_back({Paragraph(), nullptr});
+        blocks.push_back({Escaped(kParagraphEnd, "a paragraph"), nullptr});
       } else if (Take(kObjectStart)) {
         blocks.push_back({{}, Object()});
       } else {
@@ -192,16 +292,17 @@ class Reader {
     return true;
   }
 
-  std::string Paragraph() {
+  // Text escaped as AppendEscaped does, up to and past `end`.
+  std::string Escaped(std::string_view end, const std::string& what) {
     std::string text;
     for (;;) {
-      if (pos_ == text_.size()) Fail("a paragraph is not closed");
+      if (pos_ == text_.size()) Fail(what + " is not closed");
       const char c = text_[pos_];
       if (c == '<') {
-        if (!Take(kParagraphEnd)) Fail("markup inside a paragraph");
+        if (!Take(end)) Fail("markup inside " + what);
         return text;
       }
-      if (c == '>') Fail("an unescaped \">\" in a paragraph");
+      if (c == '>') Fail("an unescaped \">\" in " + what);
       if (c != '&') {
         text += c;
         ++pos_;
@@ -212,7 +313,7 @@ class Reader {
       } else if (Take("&gt;")) {
         text += '>';
       } else {
-        Fail("an unknown character reference in a paragraph");
+        Fail("an unknown character reference in " + what);
       }
     }
   }
@@ -312,7 +413,10 @@ void Page::DeleteBlock(size_t index) {
 }
 
 std::string WritePageFile(const Page& page) {
-  std::string out(kPrologue);
+  std::string out(kHeadStart);
+  out += kTitleStart;
+  AppendEscaped(page.title, out);
+  out += kTitleEnd;
   for (const PageBlock& block : page.blocks) {
     if (block.object) {
       AppendObject(*block.object, out);
@@ -326,7 +430,8 @@ std::string WritePageFile(const Page& page) {
   return out;
 }
 
-bool ReadPageFile(std::string_view text, Page& page, std::string& error) {
+bool ReadPageFile(std::string_view text, Page& page, std::string& error,
+                  int* version) {
   if (text.size() > kMaxPageFileSize) {
     error = "too large for a page file (" + std::to_string(text.size()) +
             " bytes, at most " + std::to_string(kMaxPageFileSize) + ")";
@@ -334,11 +439,13 @@ bool ReadPageFile(std::string_view text, Page& page, std::string& error) {
   }
   if (!page.document) page.document = std::make_shared<PageDocument>();
   std::vector<PageBlock> blocks;
+  std::string title;
+  int read_version = 0;
   try {
     // The new objects belong to the page's own document from the start, so
     // faults and roles set on it keep working; they join its list only once
     // the whole file has been read.
-    blocks = Reader(text, page.document).Blocks();
+    blocks = Reader(text, page.document).Blocks(title, read_version);
   } catch (const Refusal& refusal) {
     error = refusal.why;
     return false;
@@ -349,7 +456,23 @@ bool ReadPageFile(std::string_view text, Page& page, std::string& error) {
   }
   page.document->objects = std::move(objects);
   page.blocks = std::move(blocks);
+  page.title = std::move(title);
+  if (version != nullptr) *version = read_version;
   return true;
+}
+
+std::string PageTitleProblem(std::string_view title) {
+  bool visible = false;
+  for (const char c : title) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      return "a title is one line, without control characters";
+    }
+    // Bytes beyond ASCII are letters of some script here.
+    if (c != ' ') visible = true;
+  }
+  if (!visible) return "a page needs a title with something to read in it";
+  return "";
 }
 
 }  // namespace formwiz::host
