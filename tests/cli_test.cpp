@@ -162,6 +162,49 @@ TEST_F(CliTest, EditingSessionOnOneFile) {
   const std::string html = run({"export", page});
   EXPECT_EQ(html, saved);
   EXPECT_NE(html.find("<p>Write to us &lt;today&gt;</p>"), std::string::npos);
+
+  EXPECT_EQ(run({"title", page}), "Page\n");
+  const std::string title = "Ask <for> \"our\" caf\xC3\xA9 & more";
+  run({"title", page, title});
+  EXPECT_EQ(run({"title", page}), title + "\n");
+  const std::string titled = ReadAll(page);
+  EXPECT_NE(titled.find("<title>Ask &lt;for&gt; \"our\" caf\xC3\xA9 &amp; "
+                        "more</title>"),
+            std::string::npos);
+  for (const std::string bad : {"", "   ", "two\nlines"}) {
+    const ProgramRun refused = RunFormwiz({"page", "title", page, bad});
+    EXPECT_EQ(refused.status, 2) << bad;
+    EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1)
+        << refused.err;
+  }
+  EXPECT_EQ(ReadAll(page), titled);
+}
+
+// A page written before pages had titles opens, and nothing a person did not
+// ask for changes its file: only a change saves it, as the current version.
+TEST_F(CliTest, VersionOnePagesStayAsTheyAreUntilChanged) {
+  const std::string old =
+      ReadAll(FORMWIZ_SOURCE_DIR "/fuzz/page_seeds/version-1.html");
+  ASSERT_NE(old.find("content=\"formwiz page 1\""), std::string::npos);
+  const std::string page = WriteTemp("old.html", old);
+  const std::string cancel =
+      WriteTemp("cancel.json", R"js([{"do": "key", "key": "Escape"}])js");
+  for (const Args& args :
+       {Args{"page", "list", page}, Args{"page", "title", page},
+        Args{"page", "title", page, "Page"},
+        Args{"page", "open", page, "1", "--script", cancel}}) {
+    const ProgramRun run = RunFormwiz(args);
+    EXPECT_EQ(run.status, 0) << args[1] << run.err;
+    EXPECT_EQ(ReadAll(page), old) << args[1];
+  }
+  const ProgramRun run = RunFormwiz({"page", "add-text", page, "More"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string saved = ReadAll(page);
+  EXPECT_NE(saved.find("content=\"formwiz page 2\""), std::string::npos);
+  EXPECT_NE(saved.find("<title>Page</title>"), std::string::npos);
+  EXPECT_EQ(RunFormwiz({"page", "list", page}).out,
+            RunFormwiz({"page", "list", WriteTemp("again.html", old)}).out +
+                "3\tparagraph\t\"More\"\n");
 }
 
 TEST_F(CliTest, ScriptsThatCannotRunAreRefusedInOneShortLine) {

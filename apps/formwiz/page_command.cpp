@@ -268,6 +268,20 @@ int RunPage(const PageOptions& options) {
   if (!LoadPage(file, page)) return kExitFailure;
   if (options.action == "list") return List(page);
   if (options.action == "export") return Export(page, options.output);
+  if (options.action == "title") {
+    if (!options.title) {
+      std::cout << page.title << '\n';
+      return kExitOk;
+    }
+    if (const std::string why = host::PageTitleProblem(*options.title);
+        !why.empty()) {
+      return Problem(file, why, kExitUsage);
+    }
+    // The same title leaves the file alone, its time included.
+    if (*options.title == page.title) return kExitOk;
+    page.title = *options.title;
+    return SavePage(file, page) ? kExitOk : kExitFailure;
+  }
 
   const std::string before = host::WritePageFile(page);
   int status = kExitOk;
@@ -369,6 +383,9 @@ Command AddPageCommand(CLI::App& parent) {
   add_script(open);
   CLI::App* del = add("delete", "Remove block N");
   del->add_option("N", options->block, "Block index")->required();
+  CLI::App* title = add("title", "Print the page's title, or set it to TEXT");
+  title->add_option("TEXT", options->title,
+                    "The new title: one line, shown in the browser's tab");
   CLI::App* exp = add("export", "Write the page's HTML");
   exp->add_option("-o,--output", options->output,
                   "Where to (default: standard output)");

@@ -13,7 +13,8 @@
 namespace formwiz::cli {
 
 struct PageOptions {
-  std::string action;  // new, list, add-text, insert, open, delete, export
+  // new, list, add-text, insert, open, delete, title, export
+  std::string action;
   std::string file;
   std::string text;                   // add-text
   std::optional<size_t> at;           // add-text, insert: block index
@@ -21,6 +22,7 @@ struct PageOptions {
   std::string orb = "form";           // insert: a file or a bundled orb's name
   std::optional<std::string> script;  // insert, open: the person's actions
   std::string output = "-";           // export
+  std::optional<std::string> title;   // title: the new one
 };
 
 // Registers `page` and its subcommands on `parent`.
