@@ -19,7 +19,7 @@ const fs::path kOrbs = fs::path(FORMWIZ_SOURCE_DIR) / "orbs";
 TEST(OrbCatalogTest, ListsEveryBundledOrbByItsNameAndResolvesBareNames) {
   // Every folder of orbs/ holds one orb of the folder's name, which the
   // listing shows under the orb's own name.
-  const auto listed = host::ListOrbs(host::FindOrbsFolder("/nonexistent"));
+  const auto listed = host::ListOrbs(kOrbs);
   size_t folders = 0;
   for (const auto& dir : fs::directory_iterator(kOrbs)) {
     const std::string name = dir.path().filename().string();
@@ -58,6 +58,39 @@ TEST(OrbCatalogTest, ListsEveryBundledOrbByItsNameAndResolvesBareNames) {
   EXPECT_FALSE(host::ReadOrb("no-such-orb", orb, error));
   EXPECT_TRUE(error.starts_with("cannot read")) << error;
   fs::remove(here);
+}
+
+// The programs look for the orbs only relative to their own folder, so an
+// install moved to any prefix finds its own, and a build tree its link.
+TEST(OrbCatalogTest, FindsTheOrbsRelativeToTheProgramsFolder) {
+  const fs::path root = TempPath("prefix");
+  fs::remove_all(root);
+  struct Case {
+    const char* orbs;     // the orbs folder made under root; "" for none
+    const char* program;  // the program's folder under root
+    const char* found;    // what the lookup gives, under root; "" for none
+  };
+  const Case cases[] = {
+      {"opt/fw/share/formwiz/orbs", "opt/fw/bin", "opt/fw/share/formwiz/orbs"},
+      {"build/share/formwiz/orbs", "build/apps/formwiz",
+       "build/share/formwiz/orbs"},
+      {"build/share/formwiz/orbs", "build/tests/a/b",
+       "build/share/formwiz/orbs"},
+      {"app/orbs", "app", "app/orbs"},
+      // Four levels up is no longer the program's tree.
+      {"x/share/formwiz/orbs", "x/a/b/c/d", ""},
+      {"", "usr/bin", ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.program);
+    fs::remove_all(root);
+    fs::create_directories(root / c.program);
+    if (*c.orbs) fs::create_directories(root / c.orbs);
+    const fs::path found = host::FindOrbsFolder(root / c.program);
+    EXPECT_EQ(found,
+              *c.found ? (root / c.found).lexically_normal() : fs::path());
+  }
+  fs::remove_all(root);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "editor_window.h"
+#include "formwiz/version.h"
 #include "host/orb_catalog.h"
 
 namespace {

@@ -30,6 +30,7 @@
 #include "delivery/rate_limit.h"
 #include "delivery/store/outbox.h"
 #include "delivery/store/sqlite_store.h"
+#include "formwiz/version.h"
 
 namespace {
 
@@ -119,25 +120,6 @@ int Fail(const std::string& why) {
   return 0;
 }
 
-// A refusal of the program's own, in the handler's words and form.
-delivery::Response Refusal(const delivery::Request& request, int status,
-                           const std::string& text) {
-  delivery::Answer answer;
-  answer.title = "Your form was not sent";
-  answer.message = text;
-  answer.back_link = delivery::SafeBackLink(request.referer);
-  delivery::Response response;
-  response.status = status;
-  if (delivery::WantsJson(request.accept)) {
-    response.content_type = "application/json";
-    response.body = delivery::AnswerJson(answer);
-  } else {
-    response.content_type = "text/html; charset=utf-8";
-    response.body = delivery::AnswerHtml(answer);
-  }
-  return response;
-}
-
 // Exactly `length` bytes of standard input, or nothing when it ends early.
 std::optional<std::string> ReadBody(uint64_t length) {
   std::string body(static_cast<size_t>(length), '\0');
@@ -195,7 +177,8 @@ int Run() {
     const char* end = length_text.data() + length_text.size();
     const auto [at, ec] = std::from_chars(length_text.data(), end, length);
     if (ec != std::errc() || at != end) {
-      Answer(Refusal(request, 400, "The request's length is not a number."));
+      Answer(delivery::Refusal(request, 400,
+                               "The request's length is not a number."));
       return 0;
     }
     request.content_length = length;
@@ -211,12 +194,12 @@ int Run() {
     response = std::move(*refused);
   } else if (request.content_length &&
              *request.content_length > config->limits.max_body) {
-    response = Refusal(request, 413, "The form is too large.");
+    response = delivery::Refusal(request, 413, "The form is too large.");
   } else {
     const auto body = ReadBody(request.content_length.value_or(0));
     if (!body) {
-      response =
-          Refusal(request, 400, "The request ended before its body did.");
+      response = delivery::Refusal(request, 400,
+                                   "The request ended before its body did.");
     } else {
       request.body = *body;
       response = handler.Handle(request, /*prechecked=*/true);
@@ -276,9 +259,45 @@ int Run() {
   return 0;
 }
 
+// Run by hand rather than by a web server, the program answers the two
+// questions every installed program does, so that `man formwiz-mail` is made
+// from this text.
+int AnswerCommandLine(const std::string& arg) {
+  if (arg == "--version") {
+    std::printf("formwiz-mail %s\n", FORMWIZ_VERSION);
+    return 0;
+  }
+  const bool help = arg == "--help";
+  std::fputs(
+      "Usage: formwiz-mail\n"
+      "The form handler as a CGI program: a web server runs it for each post\n"
+      "to a form's action (/cgi-bin/formmail), passing the request in the CGI\n"
+      "variables and the body on standard input. It stores the submission,\n"
+      "answers the visitor, then mails what is due for at most 20 seconds.\n"
+      "\n"
+      "Options:\n"
+      "  --help     Print this help and exit\n"
+      "  --version  Print the version and exit\n"
+      "\n"
+      "Environment:\n"
+      "  FORMWIZ_CONFIG  The configuration file (default "
+      "/etc/formwiz/formwiz.toml)\n"
+      "\n"
+      "Point the web server's cgi-bin at the installed program, for example\n"
+      "ScriptAlias /cgi-bin/formmail /usr/bin/formwiz-mail (Apache).\n",
+      help ? stdout : stderr);
+  return help ? 0 : 2;
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  // Under a web server (GATEWAY_INTERFACE set) arguments are ignored: a
+  // server may pass a query without `=` as arguments, and a visitor must
+  // not reach anything but the form's route.
+  if (argc > 1 && Env("GATEWAY_INTERFACE").empty()) {
+    return AnswerCommandLine(argv[1]);
+  }
   // The web server may close the connection early; writing to it must not
   // end the process before the submission is handled.
   signal(SIGPIPE, SIG_IGN);

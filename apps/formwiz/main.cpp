@@ -10,6 +10,7 @@
 
 #include "assemble_command.h"
 #include "command.h"
+#include "formwiz/version.h"
 #include "page_command.h"
 #include "script_command.h"
 #include "serve_command.h"
@@ -22,6 +23,7 @@ int main(int argc, char** argv) {
       "Exit status: 0 success; 1 the input could not be used or the "
       "component reported a problem (on stderr); 2 a wrong command line or "
       "an invalid script.");
+  app.set_version_flag("--version", "formwiz " FORMWIZ_VERSION);
   app.require_subcommand(1);
   const std::vector<Command> commands = {
       AddAssembleCommand(app), AddScriptCommand(app), AddPageCommand(app),

@@ -51,12 +51,16 @@ bool ReadOrb(const fs::path& file, Orb& orb, std::string& error) {
 }
 
 fs::path FindOrbsFolder(const fs::path& binary_dir) {
-  const fs::path candidates[] = {
-      binary_dir / "orbs",
-      binary_dir / ".." / "share" / "formwiz" / "orbs",
-      fs::path(FORMWIZ_SOURCE_DIR) / "orbs",
-  };
-  for (const fs::path& folder : candidates) {
+  if (IsDirectory(binary_dir / "orbs")) {
+    return (binary_dir / "orbs").lexically_normal();
+  }
+  // bin/ is one level below the prefix; a build tree's programs are two
+  // (apps/<program>/) and its tests' up to three below the build folder.
+  constexpr int kLevels = 3;
+  fs::path above = binary_dir;
+  for (int level = 1; level <= kLevels; ++level) {
+    above /= "..";
+    const fs::path folder = above / "share" / "formwiz" / "orbs";
     if (IsDirectory(folder)) return folder.lexically_normal();
   }
   return {};

@@ -41,7 +41,11 @@ struct BundledOrb {
 // The folder of the bundled orbs. The first of these that exists wins:
 //   <binary's folder>/orbs                   orbs copied beside the program,
 //   <binary's folder>/../share/formwiz/orbs  an installed program,
-//   <source tree>/orbs                       a program run from its build tree.
+//   share/formwiz/orbs two or three levels up  a program run from its build
+//                                            tree, where the build links it
+//                                            to the sources' orbs.
+// Only paths relative to the program: an install moved elsewhere (a DESTDIR,
+// /opt) finds its own orbs, and no program carries the path it was built at.
 // Empty when there is none.
 std::filesystem::path FindOrbsFolder(const std::filesystem::path& binary_dir);
 

@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Checks the installed desktop files with the validators the desktops
+# themselves trust, and that the manuals render without a warning:
+#   - the launcher with desktop-file-validate;
+#   - the AppStream entry with appstream-util validate-relax;
+#   - the page type with shared-mime-info and GIO: a page file made by
+#     formwiz is application/x-formwiz-page, other HTML stays text/html;
+#   - every man page through man/groff with warnings on.
+#
+# Usage: check_desktop.sh PREFIX
+set -euo pipefail
+prefix=$1
+share=$prefix/share
+
+fail() { echo "FAIL: $*" >&2; exit 1; }
+for tool in desktop-file-validate appstream-util update-mime-database gio groff; do
+  command -v $tool >/dev/null || fail "$tool is missing: run scripts/bootstrap"
+done
+
+desktop=$share/applications/org.formwiz.Editor.desktop
+out=$(desktop-file-validate "$desktop" 2>&1) || fail "$desktop: $out"
+[ -z "$out" ] || fail "desktop-file-validate: $out"
+grep -qx 'Exec=formwiz-editor %f' "$desktop" || fail "the launcher runs no editor"
+[ -f "$share/icons/hicolor/scalable/apps/org.formwiz.Editor.svg" ] ||
+  fail "no icon"
+
+appstream-util validate-relax --nonet \
+  "$share/metainfo/org.formwiz.Editor.metainfo.xml" || fail "metainfo"
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# A MIME database of the system's types and ours alone.
+mkdir -p "$work/mime/packages"
+cp /usr/share/mime/packages/freedesktop.org.xml "$share/mime/packages/formwiz.xml" \
+  "$work/mime/packages/"
+XDG_DATA_HOME=$work XDG_DATA_DIRS=$work update-mime-database "$work/mime" 2>&1 | { ! grep .; } || fail "update-mime-database"
+"$prefix/bin/formwiz" page new "$work/page.html"
+printf '<!DOCTYPE html>\n<html><head><title>x</title></head><body></body></html>\n' \
+  > "$work/other.html"
+type_of() {
+  XDG_DATA_HOME=$work XDG_DATA_DIRS=$work gio info -a standard::content-type "$1" |
+    sed -n 's/^ *standard::content-type: //p'
+}
+[ "$(type_of "$work/page.html")" = application/x-formwiz-page ] ||
+  fail "a page file is $(type_of "$work/page.html")"
+[ "$(type_of "$work/other.html")" = text/html ] ||
+  fail "other HTML is $(type_of "$work/other.html")"
+
+for page in "$share"/man/man1/*.1.gz; do
+  warnings=$(zcat "$page" | groff -man -Tutf8 -ww -z 2>&1)
+  [ -z "$warnings" ] || fail "$page: $warnings"
+  MANWIDTH=80 man -l "$page" 2>/dev/null | grep -q '^NAME' || fail "$page: man shows no NAME"
+done
+zcat "$share/man/man1/formwiz.1.gz" | grep -q '^\.SS "formwiz page insert' ||
+  fail "formwiz.1 has no section for page insert"
+echo "desktop files, page type and manuals are valid"
