@@ -1,16 +1,17 @@
 #!/usr/bin/env python3
-"""Draws the placeholder picture of the bundled form orb.
+"""Draws the placeholder pictures of the bundled form orbs.
 
-The editor shows this picture in the page where the form goes, so it should
-read at a glance as "a form": a small window with labelled text boxes and a
-button. The page object stores the picture's bytes, and the component refuses
+The editor shows an orb's picture in the page where the form goes, so it
+should read at a glance as "a form", and as which one: a small window titled
+with the orb's name, with labelled text boxes and a button. The page object stores the picture's bytes, and the component refuses
 a picture longer than a signed 16-bit length, hence the size check below.
 
 Standard library only (zlib for the compression, struct for the chunks), so
 the picture can be redrawn on any machine without an imaging package. The
 output is byte-for-byte reproducible.
 
-Usage: scripts/make-orb-picture.py [OUTPUT]   (default: orbs/form/form.png)
+Usage: scripts/make-orb-picture.py [ORB ...]
+Draws orbs/ORB/ORB.png for each ORB named, or for every orb in ORBS.
 """
 
 import pathlib
@@ -35,18 +36,29 @@ DARK = (96, 96, 96)
 # A 5-pixel-high capital font, just the letters the picture needs.
 GLYPHS = {
     "A": [".#.", "#.#", "###", "#.#", "#.#"],
+    "B": ["##.", "#.#", "##.", "#.#", "##."],
+    "C": [".##", "#..", "#..", "#..", ".##"],
     "D": ["##.", "#.#", "#.#", "#.#", "##."],
     "E": ["###", "#..", "##.", "#..", "###"],
     "F": ["###", "#..", "##.", "#..", "#.."],
+    "G": [".##", "#..", "#.#", "#.#", ".##"],
     "H": ["#.#", "#.#", "###", "#.#", "#.#"],
     "I": ["###", ".#.", ".#.", ".#.", "###"],
+    "J": ["..#", "..#", "..#", "#.#", ".#."],
+    "K": ["#.#", "#.#", "##.", "#.#", "#.#"],
     "L": ["#..", "#..", "#..", "#..", "###"],
     "M": ["#...#", "##.##", "#.#.#", "#...#", "#...#"],
     "N": ["#..#", "##.#", "#.##", "#..#", "#..#"],
     "O": [".#.", "#.#", "#.#", "#.#", ".#."],
     "P": ["##.", "#.#", "##.", "#..", "#.."],
+    "Q": [".#.", "#.#", "#.#", "##.", ".##"],
     "R": ["##.", "#.#", "##.", "#.#", "#.#"],
     "S": [".##", "#..", ".#.", "..#", "##."],
+    "T": ["###", ".#.", ".#.", ".#.", ".#."],
+    "U": ["#.#", "#.#", "#.#", "#.#", "###"],
+    "V": ["#.#", "#.#", "#.#", "#.#", ".#."],
+    "W": ["#...#", "#...#", "#.#.#", "##.##", "#...#"],
+    "Y": ["#.#", "#.#", ".#.", ".#.", ".#."],
 }
 
 
@@ -83,7 +95,20 @@ def text_width(word):
     return sum(len(GLYPHS[letter][0]) + 1 for letter in word) - 1
 
 
-def draw():
+# Each orb's picture: its title, the labels of three of its fields, the
+# caption of its button. Labels fit in 24 pixels: five letters, fewer with M
+# or W.
+ORBS = {
+    "form": ("FORM", ["NAME", "EMAIL", "PHONE"], "SEND"),
+    "contact": ("CONTACT", ["NAME", "EMAIL", "TOPIC"], "SEND"),
+    "request": ("REQUEST", ["NAME", "ITEM", "QTY"], "SEND"),
+    "feedback": ("FEEDBACK", ["RATE", "LIKED", "NAME"], "SEND"),
+    "newsletter": ("NEWSLETTER", ["NAME", "EMAIL", "OFTEN"], "JOIN"),
+    "event": ("EVENT", ["NAME", "EMAIL", "DAY"], "BOOK"),
+}
+
+
+def draw(title, labels, button):
     c = Canvas(WIDTH, HEIGHT, FACE)
     # Window frame and a title bar shaded from left to right.
     c.bevel(0, 0, WIDTH - 1, HEIGHT - 1, FRAME, FRAME)
@@ -91,7 +116,7 @@ def draw():
         t = (x - 1) / (WIDTH - 3)
         shade = tuple(round(a + (b - a) * t) for a, b in zip(TITLE_LEFT, TITLE_RIGHT))
         c.fill(x, 1, x, 10, shade)
-    c.text(4, 3, "FORM", WHITE)
+    c.text(4, 3, title, WHITE)
     c.fill(84, 3, 91, 8, FACE)  # close box
     c.bevel(84, 3, 91, 8, LIGHT, DARK)
     # The glyphs are 5 pixels high and the box holds 4: draw the cross by hand.
@@ -100,7 +125,7 @@ def draw():
         c.pixels[4 + i][89 - i] = INK
 
     # Three labelled line fields, each a sunken white box.
-    for row, label in enumerate(["NAME", "EMAIL", "PHONE"]):
+    for row, label in enumerate(labels):
         top = 15 + 11 * row
         c.text(5, top + 2, label, INK)
         c.fill(30, top, 89, top + 8, WHITE)
@@ -111,8 +136,8 @@ def draw():
     left, top, right, bottom = 60, 50, 89, 60
     c.bevel(left, top, right, bottom, LIGHT, FRAME)
     c.bevel(left + 1, top + 1, right - 1, bottom - 1, FACE, SHADOW)
-    label_x = left + (right - left + 1 - text_width("SEND")) // 2
-    c.text(label_x, top + 3, "SEND", INK)
+    label_x = left + (right - left + 1 - text_width(button)) // 2
+    c.text(label_x, top + 3, button, INK)
     return c
 
 
@@ -136,12 +161,22 @@ def png_bytes(canvas):
 
 def main(argv):
     root = pathlib.Path(__file__).resolve().parent.parent
-    out = pathlib.Path(argv[1]) if len(argv) > 1 else root / "orbs" / "form" / "form.png"
-    data = png_bytes(draw())
-    if len(data) > MAX_BYTES:
-        sys.exit(f"make-orb-picture: {len(data)} bytes, more than {MAX_BYTES}")
-    out.write_bytes(data)
-    print(f"{out}: {len(data)} bytes")
+    for name in argv[1:] or list(ORBS):
+        if name not in ORBS:
+            sys.exit(f"make-orb-picture: no picture for an orb named {name!r}")
+        title, labels, button = ORBS[name]
+        for word in [title, button, *labels]:
+            if any(letter not in GLYPHS for letter in word):
+                sys.exit(f"make-orb-picture: {word!r} needs a letter the font lacks")
+        # The title ends before the close box, each label before its box.
+        if 4 + text_width(title) > 82 or max(map(text_width, labels)) > 24:
+            sys.exit(f"make-orb-picture: a word of {name!r} is too wide")
+        data = png_bytes(draw(title, labels, button))
+        if len(data) > MAX_BYTES:
+            sys.exit(f"make-orb-picture: {len(data)} bytes, more than {MAX_BYTES}")
+        out = root / "orbs" / name / f"{name}.png"
+        out.write_bytes(data)
+        print(f"{out}: {len(data)} bytes")
 
 
 if __name__ == "__main__":
