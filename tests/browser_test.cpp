@@ -32,15 +32,15 @@ document.addEventListener('DOMContentLoaded', function () {
   var form = document.forms[0];
   Array.prototype.forEach.call(form.elements, function (e) {
     if (e.type === 'hidden') r.hidden[e.name] = e.value;
-    else if (e.type === 'text' || e.type === 'textarea') r.fields.push(e.name);
+    else if (e.type !== 'submit') r.fields.push(e.name);
     if (e.tagName === 'INPUT') r.inputChildren += e.childNodes.length;
     if (e.tagName === 'TEXTAREA')
       r.textareas.push({name: e.name, children: e.childNodes.length,
                         parent: e.parentElement.tagName});
     r.last = e.type;
   });
-  form.querySelectorAll('tr').forEach(function (tr) {
-    r.prompts.push(tr.cells[0].textContent);
+  form.querySelectorAll('.fw-prompt').forEach(function (prompt) {
+    r.prompts.push(prompt.textContent);
   });
   var out = document.createElement('script');
   out.type = 'application/json';
@@ -86,7 +86,7 @@ TEST_F(BrowserTest, HostileTextStaysTextAndFieldsKeepTheirOrder) {
   EXPECT_EQ(r["handlers"], Json::array());
 
   // The typed text is there verbatim: as a name, a prompt, a hidden value.
-  // The orb's robot trap, qln_Website, is a text box after the table.
+  // The orb's robot trap, qln_Website, is a text box after the fields.
   EXPECT_EQ(r["fields"], Json::array({kName, "Email", "Comments", "Subject",
                                       "qln_Website"}));
   EXPECT_EQ(r["prompts"][0], kPrompt);
@@ -100,11 +100,12 @@ TEST_F(BrowserTest, HostileTextStaysTextAndFieldsKeepTheirOrder) {
             {"qln_EmailTo", "me@example.org"}}));
 
   // Inputs are empty elements; the text area ends where it should, so the
-  // rows after it and the submit button are the form's, not its text.
+  // fields after it and the submit button are the form's, not its text.
   EXPECT_EQ(r["inputChildren"], 0);
   EXPECT_EQ(
       r["textareas"],
-      Json::array({{{"name", "Comments"}, {"children", 0}, {"parent", "TD"}}}));
+      Json::array(
+          {{{"name", "Comments"}, {"children", 0}, {"parent", "LABEL"}}}));
   EXPECT_EQ(r["last"], Json("submit"));
 }
 

@@ -105,7 +105,7 @@ class Browser(harness.TestCase):
         self.assertLess(trap.rect["x"] + trap.rect["width"], 0)
         for name in form.fields:
             driver.find_element(By.NAME, name).send_keys(TYPED[name])
-        driver.find_element(By.CSS_SELECTOR, 'input[type="submit"]').click()
+        driver.find_element(By.CSS_SELECTOR, '[type="submit"]').click()
         WebDriverWait(driver, 30).until(lambda d: d.current_url.endswith(FORM_PATH))
         body = driver.find_element(By.TAG_NAME, "body").text
         self.assertIn(hidden["qln_OKMessage"], body)
