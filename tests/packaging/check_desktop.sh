@@ -5,7 +5,8 @@
 #   - the AppStream entry with appstream-util validate-relax;
 #   - the page type with shared-mime-info and GIO: a page file made by
 #     formwiz is application/x-formwiz-page, other HTML stays text/html;
-#   - every man page through man/groff with warnings on.
+#   - every man page through man/groff with warnings on;
+#   - the user unit for formwiz serve with systemd-analyze, where it is.
 #
 # Usage: check_desktop.sh PREFIX
 set -euo pipefail
@@ -53,4 +54,16 @@ for page in "$share"/man/man1/*.1.gz; do
 done
 zcat "$share/man/man1/formwiz.1.gz" | grep -q '^\.SS "formwiz page insert' ||
   fail "formwiz.1 has no section for page insert"
-echo "desktop files, page type and manuals are valid"
+# The user unit: runs the installed formwiz serve, and systemd takes it.
+unit=$prefix/lib/systemd/user/formwiz-serve.service
+grep -q '^ExecStart=/.*/bin/formwiz serve ' "$unit" || fail "the unit runs no formwiz serve"
+if command -v systemd-analyze >/dev/null; then
+  # Checked where it landed: its program as installed under this prefix.
+  sed "s|^ExecStart=[^ ]*/bin/formwiz |ExecStart=$prefix/bin/formwiz |" "$unit" \
+    > "$work/formwiz-serve.service"
+  MANPATH=$share/man systemd-analyze verify "$work/formwiz-serve.service" ||
+    fail "systemd-analyze verify $unit"
+else
+  echo "note: no systemd-analyze here; the unit's syntax is not checked"
+fi
+echo "desktop files, page type, manuals and the user unit are valid"
