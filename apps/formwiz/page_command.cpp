@@ -171,11 +171,23 @@ class HeadlessUi : public script::ScriptedUi, public script::ScriptedUi::Feed {
 
 // The orb `name` means: a file, or a bundled orb by its folder's name.
 std::optional<host::Orb> LoadOrb(const std::string& name) {
-  const fs::path file = host::ResolveOrb(
-      name, host::FindOrbsFolder(host::RunningProgramFolder()));
+  const fs::path folder = host::FindOrbsFolder(host::RunningProgramFolder());
+  const fs::path file = host::ResolveOrb(name, folder);
   host::Orb orb;
   std::string error;
   if (!host::ReadOrb(file, orb, error)) {
+    std::error_code ec;
+    if (file == name && name.find('/') == std::string::npos &&
+        !fs::exists(file, ec)) {
+      // A bare word was meant as a bundled orb: say which there are.
+      std::string names;
+      for (const host::BundledOrb& bundled : host::ListOrbs(folder)) {
+        names += (names.empty() ? "" : ", ") +
+                 bundled.file.parent_path().filename().string();
+      }
+      error = "no such file, and no bundled orb of that name";
+      if (!names.empty()) error += " (" + names + ")";
+    }
     Problem(name, error, 0);
     return std::nullopt;
   }
