@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Makes the Debian packages from the finished build (cpack only), has
 # lintian check them (no error allowed; its warnings are printed), unpacks
-# the programs' package into a throw-away root and runs what it installed
-# there, as check_installed.sh does. Skips (status 77) where dpkg-deb or
+# them into a throw-away root and runs what they installed there, as
+# check_installed.sh does, and the host example built against them. Skips (status 77) where dpkg-deb or
 # lintian are missing.
 #
 # Usage: check_deb.sh BUILD_DIR SOURCE_DIR
@@ -42,4 +42,12 @@ if grep -q '^E: ' "$out/lintian.log"; then fail "lintian reported errors"; fi
 root=$out/root
 for package in "$out"/*.deb; do dpkg-deb -x "$package" "$root"; done
 "$here/check_installed.sh" "$root/usr" "$source_dir" "$build"
+
+# formwiz-dev and libformwiz0 as unpacked: the host example finds the
+# library through the CMake package alone, and runs.
+cmake -S "$source_dir/examples/host" -B "$out/host" -G Ninja \
+  -DCMAKE_PREFIX_PATH="$root/usr" > "$out/host.log" 2>&1 &&
+  cmake --build "$out/host" >> "$out/host.log" 2>&1 ||
+  { cat "$out/host.log"; fail "the host example against the packages"; }
+"$out/host/formwiz-host-example" > /dev/null || fail "the host example exited $?"
 echo "the packages install and work: $(cd "$out" && ls ./*.deb)"
