@@ -24,6 +24,7 @@
 
 #include "component/cls_form_wiz.h"
 #include "component/identity.h"
+#include "page_properties.h"
 #include "page_view.h"
 #include "qtui/qt_ui.h"
 #include "toolkit/ui.h"
@@ -103,6 +104,8 @@ void EditorWindow::BuildMenus() {
   file->addAction(tr("&Save"), QKeySequence::Save, this, &EditorWindow::Save);
   file->addAction(tr("Save &As…"), QKeySequence::SaveAs, this,
                   &EditorWindow::SaveAs);
+  file->addSeparator();
+  file->addAction(tr("P&roperties…"), this, &EditorWindow::EditProperties);
   file->addSeparator();
   file->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
 
@@ -330,6 +333,15 @@ void EditorWindow::MarkModified() {
     UpdateTitle();
   }
   preview_timer_.start();
+}
+
+void EditorWindow::EditProperties() {
+  PagePropertiesDialog dialog(QString::fromStdString(page_.title), this);
+  if (dialog.exec() != QDialog::Accepted) return;
+  const std::string title = dialog.Title().toStdString();
+  if (title == page_.title) return;
+  page_.title = title;
+  MarkModified();
 }
 
 void EditorWindow::UpdateTitle() {

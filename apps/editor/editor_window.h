@@ -53,6 +53,8 @@ class EditorWindow : public QMainWindow {
   void EditObject();
   void DeleteBlock();
   void OpenInBrowser();
+  // File ▸ Properties: the page's title, in a modal dialog.
+  void EditProperties();
 
   const host::Page& page() const { return page_; }
   const QString& path() const { return path_; }

@@ -2,19 +2,23 @@
 // asks a person answered by the test.
 #include <gtest/gtest.h>
 
+#include <QDialogButtonBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 
 #include "../qt_test_support.h"
 #include "component/identity.h"
 #include "editor_window.h"
 #include "host/orb_catalog.h"
+#include "page_properties.h"
 #include "page_view.h"
 
 namespace formwiz::editor {
@@ -168,6 +172,70 @@ TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
   EXPECT_TRUE(closer.Done());
   EXPECT_EQ(blocks[1].object->html_source, html);
   EXPECT_TRUE(window.errors.isEmpty());
+}
+
+// Acts on File ▸ Properties once its modal dialog is up, from the event
+// loop of its exec().
+void WhenPropertiesShown(QObject* context,
+                         std::function<void(PagePropertiesDialog&)> act) {
+  QTimer::singleShot(10, context, [context, act] {
+    auto* dialog =
+        qobject_cast<PagePropertiesDialog*>(QApplication::activeModalWidget());
+    if (dialog == nullptr) return WhenPropertiesShown(context, act);
+    act(*dialog);
+  });
+}
+
+TEST(EditorWindowTest, PropertiesSetTheTitleOnlyWhenAcceptedAndValid) {
+  QTemporaryDir dir;
+  const QString file = dir.filePath("page.html");
+  WriteSamplePage(file);
+  TestWindow window;
+  window.show();
+  ASSERT_TRUE(window.OpenFile(file));
+  QPushButton* ok = nullptr;
+
+  // Cancel keeps the title, typed or not.
+  WhenPropertiesShown(&window, [](PagePropertiesDialog& dialog) {
+    EXPECT_TRUE(dialog.isModal());
+    EXPECT_EQ(dialog.Title(), "Page");
+    dialog.title_edit()->setText("Something else");
+    dialog.reject();
+  });
+  window.EditProperties();
+  EXPECT_EQ(window.page().title, "Page");
+  EXPECT_FALSE(window.IsModified());
+
+  // OK is there only for a title with something to read.
+  const QString title = QString::fromUtf8("Ask <for> our caf\xC3\xA9 & more");
+  WhenPropertiesShown(&window, [&](PagePropertiesDialog& dialog) {
+    ok = dialog.buttons()->button(QDialogButtonBox::Ok);
+    dialog.title_edit()->clear();
+    EXPECT_FALSE(ok->isEnabled());
+    QTest::keyClicks(dialog.title_edit(), "   ");
+    EXPECT_FALSE(ok->isEnabled());
+    dialog.title_edit()->clear();
+    // Typed as far as QTest types; the rest pasted.
+    QTest::keyClicks(dialog.title_edit(), "Ask <for> our caf");
+    dialog.title_edit()->insert(title.mid(17));
+    EXPECT_EQ(dialog.Title(), title);
+    EXPECT_TRUE(ok->isEnabled());
+    QTest::mouseClick(ok, Qt::LeftButton);
+  });
+  window.EditProperties();
+  ASSERT_NE(ok, nullptr);
+  EXPECT_EQ(window.page().title, title.toStdString());
+  EXPECT_TRUE(window.IsModified());
+  ASSERT_TRUE(window.Save());
+  host::Page saved;
+  std::string error;
+  std::ifstream in(file.toStdString(), std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(in), {}};
+  ASSERT_TRUE(host::ReadPageFile(text, saved, error)) << error;
+  EXPECT_EQ(saved.title, title.toStdString());
+  EXPECT_NE(
+      text.find("<title>Ask &lt;for&gt; our caf\xC3\xA9 &amp; more</title>"),
+      std::string::npos);
 }
 
 }  // namespace
