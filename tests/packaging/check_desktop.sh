@@ -50,7 +50,11 @@ type_of() {
 for page in "$share"/man/man1/*.1.gz; do
   warnings=$(zcat "$page" | groff -man -Tutf8 -ww -z 2>&1)
   [ -z "$warnings" ] || fail "$page: $warnings"
-  MANWIDTH=80 man -l "$page" 2>/dev/null | grep -q '^NAME' || fail "$page: man shows no NAME"
+  # The page names its program, and nothing the program said on standard
+  # error got into it.
+  program=$(basename "$page" .1.gz)
+  MANWIDTH=80 man -l "$page" 2>/dev/null | grep -A1 '^NAME' | grep -q "^ *$program - " ||
+    fail "$page: its NAME is not $program's"
 done
 zcat "$share/man/man1/formwiz.1.gz" | grep -q '^\.SS "formwiz page insert' ||
   fail "formwiz.1 has no section for page insert"
