@@ -9,8 +9,7 @@
 # Their dependencies on other libraries are found by dpkg-shlibdeps.
 set(CPACK_PACKAGE_NAME formwiz)
 set(CPACK_PACKAGE_VENDOR "the formwiz authors")
-set(CPACK_PACKAGE_CONTACT "formwiz authors <formwiz@example.org>")
-set(CPACK_PACKAGE_HOMEPAGE_URL "https://formwiz.example.org/")
+set(CPACK_PACKAGE_CONTACT "${FORMWIZ_MAINTAINER}")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "form wizard for web pages")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_STRIP_FILES ON)
