@@ -10,7 +10,6 @@
 set(CPACK_PACKAGE_NAME formwiz)
 set(CPACK_PACKAGE_VENDOR "the formwiz authors")
 set(CPACK_PACKAGE_CONTACT "${FORMWIZ_MAINTAINER}")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "form wizard for web pages")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
@@ -28,9 +27,11 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME formwiz)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION web)
-# CPack writes the summary as the first line and indents the rest.
+# Each description's first line is its package's summary (no package-wide
+# summary is set, so CPack puts none before them); CPack indents the rest.
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-"A page author who wants a contact, request or feedback form on a web page
+"form wizard for web pages
+A page author who wants a contact, request or feedback form on a web page
 inserts a form orb; a wizard asks which form, which address receives the
 answers, what a visitor sees after sending and which fields go in which
 order, and puts a plain HTML form into the page.
@@ -49,7 +50,8 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIB_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/triggers)
 set(CPACK_COMPONENT_LIB_DESCRIPTION
-"The form wizard of formwiz as a library for web-page editors that embed it:
+"form wizard component for web-page editors (shared library)
+The form wizard of formwiz as a library for web-page editors that embed it:
 the component, its dialogs' model and the XML tree of form definitions.
 The editor implements the host roles and a Ui (see formwiz-dev).")
 
@@ -59,7 +61,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libexpat1-dev")
 set(CPACK_COMPONENT_DEV_DEPENDS lib)
 set(CPACK_COMPONENT_DEV_DESCRIPTION
-"Headers, the static library, a CMake package (find_package(formwiz):
+"form wizard component for web-page editors (development files)
+Headers, the static library, a CMake package (find_package(formwiz):
 formwiz::formwiz and formwiz::formwiz_static) and a pkg-config file
 (formwiz.pc) for building a web-page editor that embeds the form wizard.")
 
