@@ -88,7 +88,7 @@ constexpr std::string_view kTitleEnd =
     "*, ::before, ::after { box-sizing: border-box; }\n"
     "body { margin: 0 auto; padding: 1rem; max-width: 50rem; "
     "font: 1rem/1.5 system-ui, sans-serif; color: var(--fw-text); "
-    "background: var(--fw-back); overflow-wrap: break-word; }\n"
+    "background: var(--fw-back); overflow-wrap: anywhere; }\n"
     "p { white-space: pre-wrap; }\n"
     "input, select, textarea, button { font: inherit; max-width: 100%; }\n"
     "input, select, textarea { min-width: 0; min-height: 2.75rem; "

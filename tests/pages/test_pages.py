@@ -78,9 +78,21 @@ controls.forEach(function (e, i) {
 var labels = Array.prototype.filter.call(form.querySelectorAll('label'),
     function (l) { return !(trap && trap.contains(l)); });
 window.fwLabels = labels;
+// Prompts above their boxes on a phone, beside them on a desktop.
+var placed = Array.prototype.map.call(form.querySelectorAll('.fw-label'),
+    function (l) {
+  var prompt = l.querySelector('.fw-prompt');
+  if (!prompt || !l.control) return 'no prompt or control: ' + l.outerHTML;
+  var p = prompt.getBoundingClientRect(), c = l.control.getBoundingClientRect();
+  return p.bottom <= c.top + 1 ? 'above' :
+         p.right <= c.left + 1 && p.top < c.bottom ? 'beside' : 'overlapping';
+});
+var send = form.querySelector('[type=submit]').getBoundingClientRect();
 return {
   width: window.innerWidth,
   scrollWidth: document.scrollingElement.scrollWidth,
+  placed: placed,
+  send: [send.width, send.height],
   unlabelled: controls.filter(function (e) {
     return !/^(submit|button|reset)$/.test(e.type) && e.labels.length === 0;
   }).map(function (e) { return e.name || e.outerHTML; }),
@@ -108,6 +120,12 @@ return null;
 """
 
 FOCUSED = "return window.fwControls.indexOf(document.activeElement);"
+
+# The focus ring a keyboard user sees on the focused control.
+FOCUS_RING = r"""
+var style = getComputedStyle(document.activeElement);
+return style.outlineStyle === 'none' ? 0 : parseFloat(style.outlineWidth);
+"""
 
 RUN_AXE = r"""
 var done = arguments[arguments.length - 1];
@@ -271,6 +289,11 @@ class Pages(unittest.TestCase):
         self.assertEqual(survey["width"], width)
         self.assertLessEqual(survey["scrollWidth"], width, "scrolls sideways")
         self.assertEqual(survey["unlabelled"], [], "controls without a label")
+        where = "above" if width < 640 else "beside"
+        self.assertEqual(
+            [p for p in survey["placed"] if p != where], [], "prompts not " + where
+        )
+        self.assertGreaterEqual(min(survey["send"]), 44, "the Send button's size")
 
         # Tab, one press at a time: a control may take several presses (a
         # date box steps through its day, month and year), so the stops are
@@ -281,6 +304,11 @@ class Pages(unittest.TestCase):
             focused = driver.execute_script(FOCUSED)
             if not order or order[-1] != focused:
                 order.append(focused)
+                if focused >= 0:
+                    self.assertGreaterEqual(
+                        driver.execute_script(FOCUS_RING), 2,
+                        "the focus ring on %s" % survey["names"][focused],
+                    )
             if focused == last or focused < 0:
                 break
         names = survey["names"]
