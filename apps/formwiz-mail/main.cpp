@@ -28,8 +28,8 @@
 #include "delivery/config.h"
 #include "delivery/handler.h"
 #include "delivery/rate_limit.h"
+#include "delivery/store/open_store.h"
 #include "delivery/store/outbox.h"
-#include "delivery/store/sqlite_store.h"
 #include "formwiz/version.h"
 
 namespace {
@@ -160,9 +160,21 @@ int Run() {
       config->data_dir.empty() ? delivery::DefaultDataDir() : config->data_dir;
   std::unique_ptr<store::Store> store;
   try {
-    store = store::OpenDataStore(data);
+    store = store::OpenStore(config->store_url, data);
   } catch (const store::StoreError& e) {
-    return Fail(data + ": " + e.what());
+    // A database server restarting or out of reach: the visitor may try
+    // again, as when the store fails later on.
+    std::fprintf(stderr, "formwiz-mail: %s: %s\n", data.c_str(), e.what());
+    delivery::Request failed;
+    failed.referer = Env("HTTP_REFERER");
+    failed.accept = Env("HTTP_ACCEPT");
+    delivery::Response response = delivery::Refusal(
+        failed, 503,
+        "The server could not keep your entries just now, so nothing was "
+        "sent. Please try again in a few minutes.");
+    response.headers.emplace_back("Retry-After", "60");
+    Answer(response);
+    return 0;
   }
 
   delivery::Request request;
@@ -240,7 +252,7 @@ int Run() {
   const auto transport = TransportFor(*config);
   if (!transport) return 0;
   try {
-    store = store::OpenDataStore(data);
+    store = store::OpenStore(config->store_url, data);
   } catch (const store::StoreError& e) {
     std::fprintf(stderr, "formwiz-mail: delivery: %s\n", e.what());
     return 0;

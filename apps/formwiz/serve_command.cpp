@@ -12,7 +12,7 @@
 #include "delivery/address.h"
 #include "delivery/handler.h"
 #include "delivery/rate_limit.h"
-#include "delivery/store/sqlite_store.h"
+#include "delivery/store/open_store.h"
 #include "serve/delivery_worker.h"
 #include "serve/page_recipients.h"
 #include "serve/server.h"
@@ -140,7 +140,7 @@ int RunServe(const ServeOptions& options) {
   const std::string data = DataDir(options.data, *config);
   std::unique_ptr<store::Store> store;
   try {
-    store = store::OpenDataStore(data);
+    store = store::OpenStore(config->store_url, data);
   } catch (const store::StoreError& e) {
     std::cerr << kPrefix << data << ": " << e.what() << '\n';
     return kExitFailure;

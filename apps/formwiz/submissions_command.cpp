@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "delivery/csv.h"
+#include "delivery/store/open_store.h"
 #include "delivery/store/outbox.h"
 #include "delivery/store/sqlite_store.h"
 #include "serve/delivery_worker.h"
@@ -253,13 +254,13 @@ int RunSubmissions(const SubmissionsOptions& options) {
   // than show no submissions.
   struct stat st;
   const std::string file = data + "/" + store::SqliteStore::kFileName;
-  if (stat(file.c_str(), &st) != 0) {
+  if (config->store_url.empty() && stat(file.c_str(), &st) != 0) {
     std::cerr << kPrefix << data << ": no submissions store here ("
               << store::SqliteStore::kFileName << ")\n";
     return kExitFailure;
   }
   try {
-    const auto store = store::OpenDataStore(data);
+    const auto store = store::OpenStore(config->store_url, data);
     if (options.action == "list") return List(*store, options);
     if (options.action == "show") return Show(*store, options);
     if (options.action == "export") return Export(*store, options);

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "delivery/address.h"
+#include "delivery/store/postgres_store.h"
 #include "delivery/text_util.h"
 
 namespace formwiz::delivery {
@@ -111,6 +112,21 @@ void ReadServer(Reader& r, const toml::table& table, Config& config) {
              config.data_dir = r.String(node, key);
            } else {
              return false;
+           }
+           return true;
+         });
+}
+
+void ReadStore(Reader& r, const toml::table& table, Config& config) {
+  r.Keys(table, "store",
+         [&](const std::string& name, const toml::node& node,
+             const std::string& key) {
+           if (name != "url") return false;
+           config.store_url = r.String(node, key);
+           if (!config.store_url.empty() &&
+               !store::PostgresStore::IsConnectionString(config.store_url)) {
+             r.Fail(node.source(), key,
+                    "is neither postgresql://... nor \"host=... dbname=...\"");
            }
            return true;
          });
@@ -305,6 +321,8 @@ std::optional<Config> LoadConfig(const std::string& path, std::string& error) {
                ReadLimits(r, r.Table(node, key), config);
              } else if (name == "outbox") {
                ReadOutbox(r, r.Table(node, key), config);
+             } else if (name == "store") {
+               ReadStore(r, r.Table(node, key), config);
              } else {
                return false;
              }

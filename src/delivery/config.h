@@ -16,6 +16,7 @@ namespace formwiz::delivery {
 struct Config {
   std::string listen = "127.0.0.1:8080";  // [server] listen
   std::string data_dir;                   // [server] data; "" = default
+  std::string store_url;                  // [store] url; "" = SQLite
   std::string from;                       // [mail] from
   std::string default_subject = "Form submission";  // [mail] default_subject
   store::SmtpSettings smtp;               // [mail] smtp, smtp_user, ...

@@ -563,6 +563,8 @@ TEST(ConfigTest, EveryKeyIsRead) {
 [server]
 listen = "127.0.0.1:9000"
 data = "/var/lib/formwiz"
+[store]
+url = "postgresql://forms@db.example.net/formwiz"
 [mail]
 from = "Forms <forms@example.net>"
 default_subject = "A form"
@@ -598,6 +600,7 @@ max_backoff_seconds = 100
   ASSERT_TRUE(config) << error;
   EXPECT_EQ(config->listen, "127.0.0.1:9000");
   EXPECT_EQ(config->data_dir, "/var/lib/formwiz");
+  EXPECT_EQ(config->store_url, "postgresql://forms@db.example.net/formwiz");
   EXPECT_EQ(config->from, "forms@example.net");
   EXPECT_EQ(config->default_subject, "A form");
   EXPECT_EQ(config->smtp.url, "smtp://mail.example.net:587");
@@ -657,6 +660,8 @@ TEST(ConfigTest, MistakesNameTheFileLineAndKey) {
        ":3: mail.smtp_password_file"},
       {"[outbox]\nfirst_backoff_seconds = 50\nmax_backoff_seconds = 10\n",
        ":3: outbox.max_backoff_seconds"},
+      {"[store]\nurl = \"mysql://db/formwiz\"\n", ":2: store.url"},
+      {"[store]\nhost = \"db\"\n", ":2: store.host"},
   };
   int n = 0;
   for (const auto& [text, expected] : rows) {

@@ -1,7 +1,10 @@
 // The store, its outbox and the transports, against real SQLite files, a
-// real SMTP server (smtp_sink.py) and a stand-in sendmail script.
+// throw-away PostgreSQL server, a real SMTP server (smtp_sink.py) and a
+// stand-in sendmail script. The store's behaviour is one suite run against
+// both engines.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <libpq-fe.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <spawn.h>
@@ -17,13 +20,17 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
 #include <thread>
 
+#include "delivery/store/open_store.h"
 #include "delivery/store/outbox.h"
+#include "delivery/store/postgres_store.h"
 #include "delivery/store/sqlite_store.h"
+#include "postgres_server.h"
 
 extern char** environ;
 
@@ -87,9 +94,87 @@ int64_t RawQuery(const std::string& path, const std::string& sql) {
   return value;
 }
 
-TEST(SqliteStore, KeepsEveryByteAndListsByCriteria) {
-  TempDir dir;
-  SqliteStore store(dir / "s.db");
+// Runs SQL on a PostgreSQL database over a connection of its own; gives
+// the first column of the first row as a number, -1 when there is none.
+int64_t RawPostgres(const std::string& conninfo, const std::string& sql) {
+  PGconn* conn = PQconnectdb(conninfo.c_str());
+  PGresult* result = PQexec(conn, sql.c_str());
+  int64_t value = -1;
+  if (PQresultStatus(result) == PGRES_TUPLES_OK && PQntuples(result) > 0) {
+    value = std::atoll(PQgetvalue(result, 0, 0));
+  }
+  PQclear(result);
+  PQfinish(conn);
+  return value;
+}
+
+const ::testing::Environment* const kPostgresEnvironment =
+    ::testing::AddGlobalTestEnvironment(new testing::PostgresEnvironment);
+
+// One database of an engine, for one test: a fresh SQLite file or a fresh
+// PostgreSQL database. Every Open is a store of its own (its own
+// connection), as another process would have.
+class Engine {
+ public:
+  virtual ~Engine() = default;
+  virtual std::unique_ptr<Store> Open() = 0;
+  // Runs SQL that gives one number, past the store.
+  virtual int64_t Raw(const std::string& sql) = 0;
+};
+
+class SqliteEngine : public Engine {
+ public:
+  std::unique_ptr<Store> Open() override {
+    return std::make_unique<SqliteStore>(dir_ / "s.db");
+  }
+  int64_t Raw(const std::string& sql) override {
+    return RawQuery(dir_ / "s.db", sql);
+  }
+
+ private:
+  TempDir dir_;
+};
+
+class PostgresEngine : public Engine {
+ public:
+  explicit PostgresEngine(std::string conninfo)
+      : conninfo_(std::move(conninfo)) {}
+  std::unique_ptr<Store> Open() override {
+    // Chosen as the configuration would choose it.
+    return OpenStore(conninfo_, "/nonexistent");
+  }
+  int64_t Raw(const std::string& sql) override {
+    return RawPostgres(conninfo_, sql);
+  }
+
+ private:
+  std::string conninfo_;
+};
+
+class StoreEngines : public ::testing::TestWithParam<std::string> {
+ protected:
+  void SetUp() override {
+    if (GetParam() == "SQLite") {
+      engine_ = std::make_unique<SqliteEngine>();
+      return;
+    }
+    testing::PostgresServer& server = testing::PostgresServer::Get();
+    if (!server.available()) GTEST_SKIP() << server.why_not();
+    std::string conninfo = server.NewDatabase();
+    ASSERT_FALSE(conninfo.empty());
+    engine_ = std::make_unique<PostgresEngine>(conninfo);
+  }
+
+  std::unique_ptr<Engine> engine_;
+};
+
+INSTANTIATE_TEST_SUITE_P(, StoreEngines,
+                         ::testing::Values("SQLite", "PostgreSQL"),
+                         [](const auto& info) { return info.param; });
+
+TEST_P(StoreEngines, KeepsEveryByteAndListsByCriteria) {
+  std::unique_ptr<Store> opened = engine_->Open();
+  Store& store = *opened;
   SubmissionRecord record = Queued("k1");
   record.page = "https://example.org/contact.html";
   record.form_index = 3;
@@ -124,7 +209,7 @@ TEST(SqliteStore, KeepsEveryByteAndListsByCriteria) {
   SubmissionRecord again = Queued("k1");
   again.fields = {{"a", "b"}};
   EXPECT_THROW(store.Add(again), StoreError);
-  EXPECT_EQ(RawQuery(dir / "s.db", "SELECT count(*) FROM fields"), 4);
+  EXPECT_EQ(engine_->Raw("SELECT count(*) FROM fields"), 4);
 
   auto query = [](std::optional<Status> status, int64_t since, int64_t after,
                   int limit) {
@@ -216,9 +301,9 @@ TEST(SqliteStore, DataFolderIsCreatedPrivate) {
   sqlite3_close(db);
 }
 
-TEST(SqliteStore, LeasesKeepWorkersApartUntilTheyRunOut) {
-  TempDir dir;
-  SqliteStore a(dir / "s.db"), b(dir / "s.db");
+TEST_P(StoreEngines, LeasesKeepWorkersApartUntilTheyRunOut) {
+  std::unique_ptr<Store> store_a = engine_->Open(), store_b = engine_->Open();
+  Store &a = *store_a, &b = *store_b;
   std::vector<int64_t> due;
   for (int i = 0; i < 5; ++i) {
     SubmissionRecord r = Queued("due" + std::to_string(i), 100 - i);
@@ -273,27 +358,26 @@ TEST(SqliteStore, LeasesKeepWorkersApartUntilTheyRunOut) {
   EXPECT_EQ(at600[0].id, later.id);
 }
 
-TEST(SqliteStore, ConcurrentWorkersNeverClaimTheSameMail) {
-  TempDir dir;
+TEST_P(StoreEngines, ConcurrentWorkersNeverClaimTheSameMail) {
   {
-    SqliteStore setup(dir / "s.db");
+    std::unique_ptr<Store> setup = engine_->Open();
     for (int i = 0; i < 120; ++i) {
       SubmissionRecord r = Queued("m" + std::to_string(i));
-      setup.Add(r);
+      setup->Add(r);
     }
   }
   std::vector<int64_t> claimed[2];
   std::string names[2];
   auto work = [&](int n) {
-    SqliteStore store(dir / "s.db");
+    std::unique_ptr<Store> store = engine_->Open();
     names[n] = WorkerName();
     while (true) {
       std::vector<SubmissionRecord> batch =
-          store.ClaimDue(names[n], 10, 600, 3);
+          store->ClaimDue(names[n], 10, 600, 3);
       if (batch.empty()) return;
       for (const SubmissionRecord& r : batch) {
         claimed[n].push_back(r.id);
-        store.MarkSent(r.id, names[n], 11);
+        store->MarkSent(r.id, names[n], 11);
       }
     }
   };
@@ -307,9 +391,9 @@ TEST(SqliteStore, ConcurrentWorkersNeverClaimTheSameMail) {
   EXPECT_EQ(all.size(), 120u);
 }
 
-TEST(SqliteStore, RetryAndPurgeTouchOnlyWhatTheyMay) {
-  TempDir dir;
-  SqliteStore store(dir / "s.db");
+TEST_P(StoreEngines, RetryAndPurgeTouchOnlyWhatTheyMay) {
+  std::unique_ptr<Store> opened = engine_->Open();
+  Store& store = *opened;
   auto add = [&](const std::string& key, Status status, int64_t due,
                  int64_t received) {
     SubmissionRecord r = Queued(key, due);
@@ -347,7 +431,115 @@ TEST(SqliteStore, RetryAndPurgeTouchOnlyWhatTheyMay) {
             2);
   EXPECT_EQ(store.List({}).size(), 3u) << "queued mails are kept";
   EXPECT_EQ(store.Purge({Status::kQueued}, 0), 3);
-  EXPECT_EQ(RawQuery(dir / "s.db", "SELECT count(*) FROM fields"), 0);
+  EXPECT_EQ(engine_->Raw("SELECT count(*) FROM fields"), 0);
+}
+
+// What only the PostgreSQL engine has: one database shared by processes
+// that start together, row locks, and a server that may go away.
+class PostgresOnly : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    testing::PostgresServer& server = testing::PostgresServer::Get();
+    if (!server.available()) GTEST_SKIP() << server.why_not();
+    conninfo_ = server.NewDatabase();
+    ASSERT_FALSE(conninfo_.empty());
+  }
+
+  std::string conninfo_;
+};
+
+TEST_F(PostgresOnly, MigratesOnceWhenStartedTogetherAndRefusesNewer) {
+  // Processes starting at the same moment on an empty database.
+  std::vector<std::future<std::string>> starts;
+  for (int i = 0; i < 4; ++i) {
+    starts.push_back(std::async(std::launch::async, [this] {
+      try {
+        PostgresStore store(conninfo_);
+        SubmissionRecord r = Queued(WorkerName());
+        store.Add(r);
+        return std::string();
+      } catch (const StoreError& e) {
+        return std::string(e.what());
+      }
+    }));
+  }
+  for (auto& start : starts) EXPECT_EQ(start.get(), "");
+  EXPECT_EQ(RawPostgres(conninfo_, "SELECT count(*) FROM schema_migrations"),
+            1);
+  EXPECT_EQ(RawPostgres(conninfo_, "SELECT count(*) FROM submissions"), 4);
+
+  RawPostgres(conninfo_, "INSERT INTO schema_migrations VALUES (99)");
+  try {
+    PostgresStore newer(conninfo_);
+    ADD_FAILURE() << "a newer schema was opened";
+  } catch (const StoreError& e) {
+    EXPECT_NE(std::string(e.what()).find("newer"), std::string::npos)
+        << e.what();
+  }
+  EXPECT_EQ(RawPostgres(conninfo_, "SELECT count(*) FROM submissions"), 4);
+}
+
+TEST_F(PostgresOnly, ClaimSkipsRowsAnotherWorkerHoldsWithoutWaiting) {
+  PostgresStore store(conninfo_);
+  std::vector<int64_t> ids;
+  for (int i = 0; i < 3; ++i) {
+    SubmissionRecord r = Queued("m" + std::to_string(i), i);
+    ids.push_back(store.Add(r));
+  }
+  // Another worker is in the middle of claiming the earliest mail: its
+  // transaction holds the row's lock and has not set the lease yet.
+  PGconn* other = PQconnectdb(conninfo_.c_str());
+  ASSERT_EQ(PQstatus(other), CONNECTION_OK);
+  PQclear(PQexec(other, "BEGIN"));
+  PGresult* locked = PQexec(other, ("SELECT id FROM submissions WHERE id = " +
+                                    std::to_string(ids[0]) + " FOR UPDATE")
+                                       .c_str());
+  ASSERT_EQ(PQntuples(locked), 1) << PQerrorMessage(other);
+  PQclear(locked);
+  auto claim = std::async(std::launch::async,
+                          [&] { return store.ClaimDue("B", 10, 60, 10); });
+  bool answered =
+      claim.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+  PQclear(PQexec(other, "COMMIT"));
+  PQfinish(other);
+  ASSERT_TRUE(answered) << "the claim waited for the other worker's lock";
+  std::vector<SubmissionRecord> claimed = claim.get();
+  ASSERT_EQ(claimed.size(), 2u);
+  EXPECT_EQ(claimed[0].id, ids[1]);
+  EXPECT_EQ(claimed[1].id, ids[2]);
+  EXPECT_EQ(claimed[1].fields, std::vector<Field>{});
+  // Released, it is due for whoever asks next.
+  std::vector<SubmissionRecord> rest = store.ClaimDue("C", 10, 60, 10);
+  ASSERT_EQ(rest.size(), 1u);
+  EXPECT_EQ(rest[0].id, ids[0]);
+}
+
+TEST_F(PostgresOnly, ServerGoingAwayFailsTheCallAndItsReturnIsSurvived) {
+  testing::PostgresServer& server = testing::PostgresServer::Get();
+  PostgresStore store(conninfo_);
+  SubmissionRecord first = Queued("before");
+  store.Add(first);
+
+  // Restarted while the store is idle: the next call goes through.
+  ASSERT_TRUE(server.Restart());
+  SubmissionRecord second = Queued("after-restart");
+  EXPECT_GT(store.Add(second), first.id);
+
+  // Down: every call fails with StoreError (the handler answers 503), and
+  // nothing is half-written.
+  ASSERT_TRUE(server.Stop());
+  SubmissionRecord lost = Queued("while-down");
+  lost.fields = {{"a", "b"}};
+  EXPECT_THROW(store.Add(lost), StoreError);
+  EXPECT_THROW(store.Get(first.id), StoreError);
+  EXPECT_THROW(store.ClaimDue("A", 10, 60, 10), StoreError);
+  EXPECT_THROW(PostgresStore another(conninfo_), StoreError);
+  ASSERT_TRUE(server.Start());
+
+  EXPECT_EQ(store.Get(first.id)->key, "before");
+  EXPECT_EQ(store.List({}).size(), 2u);
+  EXPECT_EQ(store.ClaimDue("A", 10, 60, 10).size(), 2u);
+  EXPECT_EQ(store.Add(lost), lost.id) << "the same key is free";
 }
 
 TEST(Outbox, BackoffDoublesUpToItsCap) {
@@ -379,9 +571,10 @@ class OutlastingTransport : public Transport {
   int64_t& clock_;
 };
 
-TEST(Outbox, LostLeaseIsCountedAndStopIsHonoured) {
-  TempDir dir;
-  SqliteStore mine(dir / "s.db"), theirs(dir / "s.db");
+TEST_P(StoreEngines, OutboxCountsLostLeasesAndHonoursStop) {
+  std::unique_ptr<Store> store_mine = engine_->Open(),
+                         store_theirs = engine_->Open();
+  Store &mine = *store_mine, &theirs = *store_theirs;
   for (int i = 0; i < 3; ++i) {
     SubmissionRecord r = Queued("m" + std::to_string(i));
     mine.Add(r);

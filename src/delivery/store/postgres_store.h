@@ -1,0 +1,62 @@
+// The shared store: one PostgreSQL database that several handler and
+// delivery processes, on several machines, use at once. Each method is one
+// transaction on the server; Add returns after the commit is durable (the
+// session keeps synchronous_commit on). Workers claim due mails with
+// SELECT ... FOR UPDATE SKIP LOCKED, so that two never take the same one and
+// none waits on another's rows.
+//
+// The schema is created and upgraded by numbered migrations at open,
+// recorded in schema_migrations, under an advisory lock so that processes
+// starting together migrate once. Safe to use from several threads (one
+// connection behind a mutex). A broken connection (the server restarted,
+// the network dropped) fails the call in progress with StoreError and is
+// opened again by the next call.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "delivery/store/store.h"
+
+struct pg_conn;
+
+namespace formwiz::store {
+
+class PostgresStore : public Store {
+ public:
+  // Connects with `conninfo` (a postgresql:// URL or libpq's
+  // "key=value ..." string) and brings the schema up to date. Throws
+  // StoreError.
+  explicit PostgresStore(const std::string& conninfo);
+  ~PostgresStore() override;
+  PostgresStore(const PostgresStore&) = delete;
+  PostgresStore& operator=(const PostgresStore&) = delete;
+
+  // True when `url` names a PostgreSQL database rather than a file.
+  static bool IsConnectionString(const std::string& url);
+
+  int64_t Add(SubmissionRecord& record) override;
+  std::optional<SubmissionRecord> Get(int64_t id) override;
+  std::vector<SubmissionRecord> List(const Query& query) override;
+  int64_t CountFromClientSince(const std::string& client,
+                               int64_t since) override;
+  std::vector<SubmissionRecord> ClaimDue(const std::string& owner, int64_t now,
+                                         int lease_seconds, int limit) override;
+  bool MarkSent(int64_t id, const std::string& owner, int64_t now) override;
+  bool MarkRetry(int64_t id, const std::string& owner, int64_t next_attempt_at,
+                 const std::string& detail) override;
+  bool MarkFailed(int64_t id, const std::string& owner,
+                  const std::string& detail) override;
+  int64_t Retry(int64_t id, int64_t now) override;
+  int64_t Purge(const std::vector<Status>& statuses, int64_t before) override;
+
+ private:
+  // Begins a transaction, opening the connection again first when it
+  // broke; gives the connection.
+  pg_conn* Begin();
+
+  pg_conn* conn_ = nullptr;
+  std::mutex mutex_;
+};
+
+}  // namespace formwiz::store
