@@ -1,8 +1,10 @@
 // A throw-away PostgreSQL server for tests: initdb into a temporary folder,
 // listening only on a Unix socket there, started on first use and removed
-// when the test program ends, however it ends. As root the server runs as
-// the postgres system user (initdb refuses root). Absent binaries leave it
-// unavailable with a reason, and the tests that need it skip.
+// when the test program ends, however it ends. ctest runs every case as a
+// program of its own, so the result of initdb is kept in the build folder
+// and copied, which is much quicker than running initdb again. As root the
+// server runs as the postgres system user (initdb refuses root). Absent
+// binaries leave it unavailable with a reason, and the tests that need it skip.
 #pragma once
 
 #include <fcntl.h>
@@ -10,6 +12,7 @@
 #include <libpq-fe.h>
 #include <pwd.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -117,9 +120,8 @@ class PostgresServer {
       return;
     }
     StartWatchdog();
-    if (!Run({bin_ + "/initdb", "-D", dir_ + "/data", "-U", "postgres", "-A",
-              "trust", "-E", "UTF8", "--no-sync", "--no-instructions"})) {
-      why_not_ = "initdb failed";
+    if (!MakeCluster()) {
+      why_not_ = "initdb failed; see " + dir_ + "/run.log";
       return;
     }
     if (!Start()) {
@@ -127,6 +129,70 @@ class PostgresServer {
       return;
     }
     available_ = true;
+  }
+
+  // Fills dir_/data with a new cluster: a copy of the one kept in the build
+  // folder, made by the first program that needed it (under a lock, since
+  // ctest runs several at once).
+  bool MakeCluster() {
+    namespace fs = std::filesystem;
+    std::vector<std::string> initdb = {bin_ + "/initdb",
+                                       "-D",
+                                       dir_ + "/data",
+                                       "-U",
+                                       "postgres",
+                                       "-A",
+                                       "trust",
+                                       "-E",
+                                       "UTF8",
+                                       "--no-sync",
+                                       "--no-instructions"};
+#ifdef FORMWIZ_BINARY_DIR
+    fs::path kept = fs::path(FORMWIZ_BINARY_DIR) / "postgres-cluster";
+    int lock = ::open((kept.string() + ".lock").c_str(),
+                      O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (lock < 0 || ::flock(lock, LOCK_EX) != 0) {
+      if (lock >= 0) ::close(lock);
+      return Run(initdb);
+    }
+    // The binaries that made it are written beside it: another PostgreSQL
+    // version makes a new one.
+    std::error_code error;
+    bool current = fs::exists(kept / "data" / "PG_VERSION") &&
+                   ReadAll(kept / "made-by") == bin_;
+    bool ok = true;
+    if (!current) {
+      fs::remove_all(kept, error);
+      ok = Run(initdb) && fs::create_directories(kept, error) &&
+           Run({"/bin/cp", "-a", dir_ + "/data", kept.string() + "/data"},
+               false);
+      if (ok) {
+        std::FILE* made_by = std::fopen((kept / "made-by").c_str(), "w");
+        ok = made_by != nullptr && std::fputs(bin_.c_str(), made_by) >= 0 &&
+             std::fclose(made_by) == 0;
+      }
+    } else {
+      ok = Run({"/bin/cp", "-a", kept.string() + "/data", dir_ + "/data"},
+               false);
+    }
+    ::close(lock);
+    return ok;
+#else
+    return Run(initdb);
+#endif
+  }
+
+  static std::string ReadAll(const std::filesystem::path& path) {
+    std::string text;
+    if (std::FILE* in = std::fopen(path.c_str(), "r")) {
+      char buffer[512];
+      size_t n;
+      while ((n = std::fread(buffer, 1, sizeof buffer, in)) > 0) {
+        text.append(buffer, n);
+      }
+      std::fclose(in);
+    }
+    return text;
   }
 
   // Removes the server when this program ends, also when it crashes: a
@@ -153,8 +219,9 @@ class PostgresServer {
   }
 
   // The words of a command as one shell line, each word quoted.
-  std::string Command(std::vector<std::string> words) const {
-    if (as_postgres_) {
+  std::string Command(std::vector<std::string> words,
+                      bool as_server_user = true) const {
+    if (as_postgres_ && as_server_user) {
       words.insert(words.begin(),
                    {"/usr/sbin/runuser", "-u", "postgres", "--"});
     }
@@ -177,8 +244,11 @@ class PostgresServer {
 
   // Runs a command quietly (its output goes to the folder's run.log) and
   // waits for it, at most a minute.
-  bool Run(const std::vector<std::string>& words) const {
-    std::string line = Command(words) + ">>'" + dir_ + "/run.log' 2>&1";
+  // as_server_user: as the postgres user when this program is root.
+  bool Run(const std::vector<std::string>& words,
+           bool as_server_user = true) const {
+    std::string line =
+        Command(words, as_server_user) + ">>'" + dir_ + "/run.log' 2>&1";
     const char* argv[] = {"/bin/sh", "-c", line.c_str(), nullptr};
     pid_t pid;
     if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv),
