@@ -164,7 +164,8 @@ int Run() {
   } catch (const store::StoreError& e) {
     // A database server restarting or out of reach: the visitor may try
     // again, as when the store fails later on.
-    std::fprintf(stderr, "formwiz-mail: %s: %s\n", data.c_str(), e.what());
+    std::fprintf(stderr, "formwiz-mail: %s: %s\n",
+                 store::StoreName(config->store_url, data).c_str(), e.what());
     delivery::Request failed;
     failed.referer = Env("HTTP_REFERER");
     failed.accept = Env("HTTP_ACCEPT");

@@ -142,7 +142,8 @@ int RunServe(const ServeOptions& options) {
   try {
     store = store::OpenStore(config->store_url, data);
   } catch (const store::StoreError& e) {
-    std::cerr << kPrefix << data << ": " << e.what() << '\n';
+    std::cerr << kPrefix << store::StoreName(config->store_url, data) << ": "
+              << e.what() << '\n';
     return kExitFailure;
   }
 
@@ -186,7 +187,9 @@ int RunServe(const ServeOptions& options) {
     std::cout << "mail: no SMTP server configured; submissions wait in the "
                  "outbox (formwiz submissions list)\n";
   }
-  std::cout << "data: " << data << '\n' << std::flush;
+  std::cout << (config->store_url.empty() ? "data: " : "store: ")
+            << store::StoreName(config->store_url, data) << '\n'
+            << std::flush;
 
   int signal_number = 0;
   while (sigwait(&stop_signals, &signal_number) != 0) {

@@ -267,7 +267,8 @@ int RunSubmissions(const SubmissionsOptions& options) {
     if (options.action == "retry") return Retry(*store, *config, options);
     if (options.action == "purge") return Purge(*store, options);
   } catch (const store::StoreError& e) {
-    std::cerr << kPrefix << data << ": " << e.what() << '\n';
+    std::cerr << kPrefix << store::StoreName(config->store_url, data) << ": "
+              << e.what() << '\n';
     return kExitFailure;
   }
   return kExitUsage;

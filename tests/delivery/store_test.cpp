@@ -542,6 +542,38 @@ TEST_F(PostgresOnly, ServerGoingAwayFailsTheCallAndItsReturnIsSurvived) {
   EXPECT_EQ(store.Add(lost), lost.id) << "the same key is free";
 }
 
+TEST(OpenStore, ConfigurationChoosesTheEngineAndAnUnreachableOneIs503) {
+  TempDir dir;
+  EXPECT_NE(dynamic_cast<SqliteStore*>(OpenStore("", dir / "data").get()),
+            nullptr);
+  EXPECT_THROW(OpenStore("mysql://db/forms", dir / "data"), StoreError);
+  const std::string nowhere = "host=" + (dir / "none") + " dbname=forms";
+  EXPECT_THROW(OpenStore(nowhere, dir / "data"), StoreError);
+  EXPECT_THROW(OpenStore("postgresql://%2Fnonexistent/forms", dir / "data"),
+               StoreError);
+
+  // formwiz-mail answers a post it cannot keep with 503: try again later.
+  const std::string bin = FORMWIZ_MAIL_PROGRAM;
+  if (!fs::exists(bin)) GTEST_SKIP() << bin << " is not built";
+  WriteFile(dir.path() / "c.toml", "[store]\nurl = \"" + nowhere + "\"\n");
+  std::string command = "FORMWIZ_CONFIG='" + (dir / "c.toml") +
+                        "' REQUEST_METHOD=POST CONTENT_LENGTH=3 '" + bin +
+                        "' 2>/dev/null <<< 'a=b'";
+  std::FILE* out = ::popen(("/bin/bash -c \"" + command + "\"").c_str(), "r");
+  ASSERT_NE(out, nullptr);
+  std::string answer;
+  char buffer[4096];
+  size_t n;
+  while ((n = std::fread(buffer, 1, sizeof buffer, out)) > 0) {
+    answer.append(buffer, n);
+  }
+  ::pclose(out);
+  EXPECT_EQ(answer.rfind("Status: 503", 0), 0u) << answer;
+  EXPECT_NE(answer.find("Retry-After: 60"), std::string::npos) << answer;
+  EXPECT_EQ(answer.find("nonexistent"), std::string::npos)
+      << "the store's address stays private";
+}
+
 TEST(Outbox, BackoffDoublesUpToItsCap) {
   OutboxSettings settings;  // 30 s doubled, up to an hour
   std::pair<int, int64_t> cases[] = {{0, 30},      {1, 60},   {2, 120},

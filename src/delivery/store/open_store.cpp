@@ -17,4 +17,8 @@ std::unique_ptr<Store> OpenStore(const std::string& url,
       "\"host=... dbname=...\"");
 }
 
+std::string StoreName(const std::string& url, const std::string& data_dir) {
+  return url.empty() ? data_dir : "PostgreSQL (store.url)";
+}
+
 }  // namespace formwiz::store

@@ -16,4 +16,8 @@ namespace formwiz::store {
 std::unique_ptr<Store> OpenStore(const std::string& url,
                                  const std::string& data_dir);
 
+// How messages name the store OpenStore opens: the data folder, or
+// "PostgreSQL" (the URL may hold a password, so it is never shown).
+std::string StoreName(const std::string& url, const std::string& data_dir);
+
 }  // namespace formwiz::store
