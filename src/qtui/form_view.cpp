@@ -12,6 +12,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSignalBlocker>
+#include <utility>
 
 #include "qtui/dialog_layouts.h"
 #include "toolkit/control.h"
@@ -150,22 +151,66 @@ void FormView::SetTabOrder() {
 
 void FormView::Run() {
   if (!form_.Shown()) return;
-  // Focus starts on the first control in tab order that a person can reach
-  // and that is not a button: the wizard's buttons come first in its tab
-  // order, and a dialog opening with Cancel focused would cancel on Enter.
-  // A dialog of buttons alone starts on its first button.
+  if (QWidget* first = FirstFocus(nullptr)) {
+    first->setFocus(Qt::OtherFocusReason);
+  }
+  exec();
+}
+
+QWidget* FormView::FirstFocus(const tk::Control* panel) const {
+  // The first control in tab order that a person can reach and that is not
+  // a button: the wizard's buttons come first in its tab order, and focus
+  // put on Cancel or Finish would press it on the next Enter or Space. A
+  // dialog or panel of buttons alone starts on its first button.
+  const std::vector<tk::Control*> controls = form_.Controls();
   QWidget* first = nullptr;
-  for (const tk::Control* c : form_.Controls()) {
+  for (const tk::Control* c : controls) {
+    bool on_panel = panel == nullptr;
+    for (const tk::Control* f = c->Container(); f != nullptr && !on_panel;
+         f = f->Container()) {
+      on_panel = f == panel;
+    }
     QWidget* w = Widget(c->Name());
-    if (w->focusPolicy() == Qt::NoFocus || !c->Reachable()) continue;
+    if (!on_panel || !(w->focusPolicy() & Qt::TabFocus) || !c->Reachable()) {
+      continue;
+    }
+    if (c->kind() == ControlKind::kOption) {
+      // A group of options is entered at its selected one: focus on another
+      // would select that one on the next Space.
+      for (const tk::Control* o : controls) {
+        if (o->kind() == ControlKind::kOption && o->Group() == c->Group() &&
+            o->Value() && o->Reachable()) {
+          w = Widget(o->Name());
+          break;
+        }
+      }
+    }
+    if (c->kind() != ControlKind::kButton) return w;
     if (first == nullptr) first = w;
-    if (c->kind() != tk::ControlKind::kButton) {
-      first = w;
-      break;
+  }
+  return first;
+}
+
+void FormView::KeepFocus(const std::string& focused_before) {
+  std::set<std::string, std::less<>> reachable;
+  const tk::Control* arrived = nullptr;
+  for (const tk::Control* c : form_.Controls()) {
+    if (c->kind() != ControlKind::kFrame || !c->Reachable()) continue;
+    reachable.insert(c->Name());
+    if (arrived == nullptr && !reachable_frames_.contains(c->Name())) {
+      arrived = c;
     }
   }
-  if (first != nullptr) first->setFocus(Qt::OtherFocusReason);
-  exec();
+  reachable_frames_ = std::move(reachable);
+  // The first show places the focus itself (Run).
+  if (!std::exchange(mirrored_, true)) return;
+  QWidget* to = nullptr;
+  if (arrived != nullptr) to = FirstFocus(arrived);
+  const tk::Control* before = form_.Find(focused_before);
+  if (to == nullptr && (before == nullptr || !before->Reachable())) {
+    to = FirstFocus(nullptr);
+  }
+  if (to != nullptr) to->setFocus(Qt::OtherFocusReason);
 }
 
 void FormView::Input(const tk::UserAction& action) {
@@ -212,6 +257,11 @@ void FormView::TextEdited(const std::string& name, const QString& now) {
 
 void FormView::Mirror() {
   if (!form_.Loaded()) return;
+  // Hiding or disabling the focused widget below moves Qt's focus along the
+  // tab order, onto whatever comes next; remember whose it was.
+  const auto focused = watched_.find(focusWidget());
+  const std::string focused_before =
+      focused == watched_.end() ? std::string() : focused->second;
   setWindowTitle(Q(form_.Caption()));
   // Options of one group are made exclusive by the model; the button group
   // would refuse a group with none selected, which the model may have.
@@ -220,6 +270,7 @@ void FormView::Mirror() {
     if (QWidget* w = Widget(c->Name())) MirrorControl(*c, w);
   }
   for (auto& [number, group] : groups_) group->setExclusive(true);
+  KeepFocus(focused_before);
 }
 
 void FormView::MirrorControl(const tk::Control& c, QWidget* w) {

@@ -8,6 +8,7 @@
 #include <QDialog>
 #include <QPointF>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -49,6 +50,13 @@ class FormView : public QDialog {
   // Turns a person's edit of a text box into the model's typing actions.
   void TextEdited(const std::string& name, const QString& now);
   void MirrorControl(const tk::Control& c, QWidget* w);
+  // The control that keyboard focus goes to on `panel` (null: the whole
+  // dialog); null when none there can take it.
+  QWidget* FirstFocus(const tk::Control* panel) const;
+  // After a mirror: a panel that came on show takes the focus to its first
+  // control, and focus left on a control the model took away goes back to
+  // the dialog's first one, so that it never strays onto a button.
+  void KeepFocus(const std::string& focused_before);
 
   tk::Form& form_;
   std::map<std::string, QWidget*, std::less<>> widgets_;
@@ -56,6 +64,9 @@ class FormView : public QDialog {
   std::map<const QObject*, std::string> watched_;
   // One button group per option group number.
   std::map<int, QButtonGroup*> groups_;
+  // The names of the frames a person could reach at the last mirror.
+  std::set<std::string, std::less<>> reachable_frames_;
+  bool mirrored_ = false;
   // The last mouse move turned into a hover, so that the same move passed
   // on to the parents is not another one.
   quint64 hover_stamp_ = 0;
