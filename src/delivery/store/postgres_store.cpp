@@ -72,10 +72,11 @@ constexpr bool NumberedInOrder() {
 static_assert(NumberedInOrder(), "migrations are numbered 1, 2, 3, ...");
 
 // Taken for the length of the migrating transaction: a second process that
-// starts meanwhile waits, then finds the schema current. The number is
-// ours alone ("formwiz" in ASCII).
+// starts meanwhile waits, then finds the schema current. The number spells
+// "formwiz" in ASCII, so that another program's locks are unlikely to meet
+// it.
 constexpr const char* kMigrationLock =
-    "SELECT pg_advisory_xact_lock(31084391325497722)";
+    "SELECT pg_advisory_xact_lock(28832984877984122)";
 
 std::string Trimmed(const char* message) {
   std::string text = message != nullptr ? message : "";
