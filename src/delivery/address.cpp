@@ -44,6 +44,47 @@ bool IsPlainAddrSpec(std::string_view addr) {
   return true;
 }
 
+// A domain as DNS names it: labels of letters, digits and inner hyphens.
+// Nothing else may stand there, so that no domain can hold what a mail
+// reader would take for an encoded word ("=?utf-8?q?=0D=0A?=").
+bool IsHostname(std::string_view domain) {
+  if (domain.empty() || domain.size() > 253) return false;
+  size_t start = 0;
+  while (true) {
+    const size_t dot = domain.find('.', start);
+    const std::string_view label = domain.substr(
+        start,
+        dot == std::string_view::npos ? std::string_view::npos : dot - start);
+    if (label.empty() || label.size() > 63 || label.front() == '-' ||
+        label.back() == '-') {
+      return false;
+    }
+    for (unsigned char c : label) {
+      if (!std::isalnum(c) && c != '-') return false;
+    }
+    if (dot == std::string_view::npos) return true;
+    start = dot + 1;
+  }
+}
+
+// A local part that needs no quoting (a dot-atom), without the "=?" that
+// opens an encoded word.
+bool IsDotAtom(std::string_view local) {
+  if (local.empty() || local.front() == '.' || local.back() == '.' ||
+      local.find("..") != std::string_view::npos ||
+      local.find("=?") != std::string_view::npos) {
+    return false;
+  }
+  for (unsigned char c : local) {
+    if (!std::isalnum(c) &&
+        std::string_view("!#$%&'*+-/=?^_`{|}~.").find(static_cast<char>(c)) ==
+            std::string_view::npos) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 std::optional<std::string> ParseSingleAddress(std::string_view text) {
@@ -78,6 +119,11 @@ std::optional<std::string> ParseSingleAddress(std::string_view text) {
     if (c >= 0x7f) return std::nullopt;
   }
   if (!IsPlainAddrSpec(bare) || !IsPlainAddrSpec(ascii)) return std::nullopt;
+  const size_t at = ascii.find('@');
+  if (!IsDotAtom(std::string_view(ascii).substr(0, at)) ||
+      !IsHostname(std::string_view(ascii).substr(at + 1))) {
+    return std::nullopt;
+  }
   // GMime recovers from some junk by dropping it ("a@b@c" gives "a@b"); an
   // address is taken only when it is literally what was written (in either
   // form), alone or in angle brackets after a display name.

@@ -317,6 +317,14 @@ TEST(AddressTest, OnlyOneBareMailboxPasses) {
       {"jane@example.org\nBcc: x@evil.test", ""},
       {"jane@example.org\t", ""},
       {"", ""},
+      // What a mail reader could decode into a line break never passes.
+      {"owner@x=?utf-8?q?=0D=0ABcc_x?=", ""},
+      {"=?utf-8?q?=0D=0A?=@example.org", ""},
+      {"o'brien+forms@mail-1.example.org", "o'brien+forms@mail-1.example.org"},
+      {"a@-example.org", ""},
+      {"a@exa$mple.org", ""},
+      {".a@example.org", ""},
+      {"forms@localhost", "forms@localhost"},
   };
   for (const auto& [text, expected] : rows) {
     EXPECT_EQ(ParseSingleAddress(text).value_or(""), expected) << text;
