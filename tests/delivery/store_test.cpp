@@ -635,14 +635,14 @@ class SmtpSink {
 
   // Starts the sink and waits (bounded) for the port it reports.
   void Start(std::vector<std::string> args) {
-    const char* python = std::getenv("FORMWIZ_PYTHON");
-    std::vector<std::string> words = {
-        python != nullptr ? python : "/usr/bin/python3",
-        FORMWIZ_SOURCE_DIR "/tests/delivery/smtp_sink.py",
-        "--dir",
-        folder_.string(),
-        "--max-seconds",
-        "120"};
+    // Debian's python3, which has aiosmtpd.
+    std::vector<std::string> words = {"/usr/bin/python3",
+                                      FORMWIZ_SOURCE_DIR
+                                      "/tests/delivery/smtp_sink.py",
+                                      "--dir",
+                                      folder_.string(),
+                                      "--max-seconds",
+                                      "120"};
     words.insert(words.end(), args.begin(), args.end());
     std::vector<char*> argv;
     for (std::string& w : words) argv.push_back(w.data());
