@@ -284,10 +284,13 @@ void FormView::MirrorControl(const tk::Control& c, QWidget* w) {
     case ControlKind::kText: {
       auto* edit = static_cast<QLineEdit*>(w);
       // Only a differing text is set, so the cursor stays where it is. A
-      // text the program put in shows from its start.
+      // text the program put in shows from its start, unless it is the box
+      // the person types into: that is its window's focus widget, also while
+      // the window is not the active one (hasFocus would say no then, and
+      // each key would land in front of the one before).
       if (edit->text() != Q(c.Text())) {
         edit->setText(Q(c.Text()));
-        if (!edit->hasFocus()) edit->setCursorPosition(0);
+        if (edit->window()->focusWidget() != edit) edit->setCursorPosition(0);
       }
       break;
     }
