@@ -211,7 +211,7 @@ TEST(ListenAddress, ParsesLiteralAddressesOnly) {
       {"127.0.0.1:8080", true, "127.0.0.1", 8080, false},
       {"localhost:0", true, "127.0.0.1", 0, false},
       {"[::1]:9000", true, "::1", 9000, true},
-      {"0.0.0.0:65535", true, "0.0.0.0", 65535, false},
+      {"127.0.0.2:65535", true, "127.0.0.2", 65535, false},
       {"127.0.0.1:65536", false, "", 0, false},
       {"127.0.0.1:", false, "", 0, false},
       {"127.0.0.1:80x", false, "", 0, false},
