@@ -406,10 +406,43 @@ size_t Page::AdoptNewObjects(size_t position) {
 void Page::DeleteBlock(size_t index) {
   // Callers check the index against what the person can see; a bad one here
   // is a bug, not input.
+  TakeBlock(index);
+}
+
+PageBlock Page::TakeBlock(size_t index) {
   if (index >= blocks.size()) throw std::out_of_range("no such page block");
-  const std::shared_ptr<PageObject> object = std::move(blocks[index].object);
+  PageBlock block = std::move(blocks[index]);
   blocks.erase(blocks.begin() + static_cast<ptrdiff_t>(index));
-  if (object) std::erase(document->objects, object);
+  if (block.object) std::erase(document->objects, block.object);
+  return block;
+}
+
+void Page::InsertBlock(size_t index, PageBlock block) {
+  if (index > blocks.size()) throw std::out_of_range("no such page position");
+  if (block.object) {
+    // The document keeps its objects in page order: before the first object
+    // of a later block.
+    auto at = document->objects.end();
+    for (size_t i = index; i < blocks.size(); ++i) {
+      if (!blocks[i].object) continue;
+      const auto found = std::find(document->objects.begin(),
+                                   document->objects.end(), blocks[i].object);
+      if (found != document->objects.end()) {
+        at = found;
+        break;
+      }
+    }
+    document->objects.insert(at, block.object);
+  }
+  blocks.insert(blocks.begin() + static_cast<ptrdiff_t>(index),
+                std::move(block));
+}
+
+void Page::MoveBlock(size_t from, size_t to) {
+  if (from >= blocks.size() || to >= blocks.size()) {
+    throw std::out_of_range("no such page block");
+  }
+  InsertBlock(to, TakeBlock(from));
 }
 
 std::string WritePageFile(const Page& page) {

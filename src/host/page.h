@@ -5,19 +5,41 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/page_document.h"
 
 namespace formwiz::host {
 
-// One block of a page: a paragraph of text when `object` is null, else a
-// page object.
+// One block of a page: a page object when `object` is set; else a block of
+// a page formwiz did not make when `source` is set; else a paragraph of
+// text.
 struct PageBlock {
   std::string text;
   std::shared_ptr<PageObject> object;
+  // A block of someone else's page: its bytes exactly as they were read,
+  // followed by whatever stood between it and the next block (white space,
+  // comments). Written back as it is, wherever the block goes.
+  std::optional<std::string> source = std::nullopt;
+};
+
+// What stands around the blocks of a page that formwiz did not make (its
+// head, the body's start tag, what follows the body), kept byte for byte.
+struct ForeignFrame {
+  // Everything before the first block, and after the last.
+  std::string before;
+  std::string after;
+  // The file's line end ("\n" or "\r\n"), for the blocks formwiz adds.
+  std::string newline = "\n";
+  // Where the text of the page's <title> stands in `before` (offset and
+  // length), when the page has one; and that text as read, so that a page
+  // whose title nobody changed is written with the very same bytes.
+  std::optional<std::pair<size_t, size_t>> title_range;
+  std::string title_as_read;
 };
 
 // The title of a page nobody named, and of every page file of version 1,
@@ -33,6 +55,9 @@ class Page {
   std::vector<PageBlock> blocks;
   // What a browser shows in its tab and bookmarks: the document's <title>.
   std::string title{kDefaultPageTitle};
+  // Set for a page read from a file formwiz did not write: it is written
+  // back in its own shape, not as a page file.
+  std::optional<ForeignFrame> frame;
 
   // Places the objects that the component appended to the document and no
   // block holds yet at `position` (an index into blocks, clamped to the
@@ -40,6 +65,14 @@ class Page {
   size_t AdoptNewObjects(size_t position);
   // Removes a block; an object block also leaves the document.
   void DeleteBlock(size_t index);
+  // Removes a block and gives it, object and all, so that it can be put
+  // back (undo) with InsertBlock.
+  PageBlock TakeBlock(size_t index);
+  // Puts a block at `index` (at most the block count); its object, if any,
+  // joins the document in page order.
+  void InsertBlock(size_t index, PageBlock block);
+  // Moves the block at `from` so that it ends up at index `to`.
+  void MoveBlock(size_t from, size_t to);
 };
 
 // The largest page file ReadPageFile takes. Far beyond any page a person
@@ -64,6 +97,17 @@ std::string WritePageFile(const Page& page);
 // `version`, when given, receives the file's version.
 bool ReadPageFile(std::string_view text, Page& page, std::string& error,
                   int* version = nullptr);
+
+// Reads a page the person has: a page file, or any UTF-8 HTML page (whole
+// document or fragment), whose top-level body children become blocks and
+// whose other bytes are kept in `page.frame`. A file in another encoding,
+// or one that is not HTML, gives false with a one-line reason and leaves
+// `page` as it was. A page file reads as ReadPageFile reads it.
+bool ReadPage(std::string_view text, Page& page, std::string& error);
+// Writes a page back: a page file, or for a page with a frame the frame
+// around its blocks, so that a page read and written unchanged is the same
+// bytes.
+std::string WritePage(const Page& page);
 
 // Why `title` cannot be a page's title (it has no visible character, or a
 // line break or other control character), or empty when it can. A browser
