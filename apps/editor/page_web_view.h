@@ -1,0 +1,90 @@
+// The page as a visitor's browser shows it: the HTML the editor saves,
+// rendered by Qt WebEngine, with each block selectable. A click selects a
+// block, the current block is outlined, a double-click or Enter on a form
+// reopens it and Delete asks to delete the selected block. The page's own
+// scripts never run here, its forms do not submit and its links go nowhere:
+// the editor's own script runs beside the page, in a world of its own, and
+// talks back through a web channel.
+#pragma once
+
+#include <QString>
+#include <QWidget>
+#include <memory>
+#include <optional>
+
+#include "host/page.h"
+
+class QWebEngineView;
+
+namespace formwiz::editor {
+
+class PageWebView : public QWidget {
+  Q_OBJECT
+
+ public:
+  // Registers the URL scheme that pages too large for setHtml() are served
+  // from. It must run before the QApplication is made (Qt WebEngine reads
+  // its schemes then): main() and every test and benchmark main call it.
+  static void RegisterScheme();
+
+  explicit PageWebView(QWidget* parent = nullptr);
+  ~PageWebView() override;
+
+  // The folder that relative stylesheets, pictures and links of the page
+  // are resolved against: the page file's folder. Empty for a page that
+  // has no file yet. Takes effect at the next ShowPage.
+  void SetBaseFolder(const QString& folder);
+
+  // Renders `page` anew, as WritePage writes it, keeping the scroll
+  // position, and outlines `current`.
+  void ShowPage(const host::Page& page, std::optional<size_t> current);
+  // Outlines another block (the outline selected it) and scrolls it into
+  // view; nothing is rendered anew.
+  void SetCurrent(std::optional<size_t> current);
+  std::optional<size_t> Current() const { return current_; }
+
+  // True once the last ShowPage is rendered and the block script is ready:
+  // clicks and keys map to blocks from then on.
+  bool IsReady() const { return ready_; }
+  // The browser view inside, for tests that run script on the page or send
+  // it input.
+  QWebEngineView* engine() const { return engine_; }
+
+ signals:
+  // A click in the view on a block.
+  void BlockSelected(size_t index);
+  // A double-click or Enter on a form block: reopen it.
+  void BlockActivated(size_t index);
+  // Delete on the selected block.
+  void DeleteRequested(size_t index);
+  // The last ShowPage is rendered and the block script is ready.
+  void Rendered();
+
+ private:
+  class Bridge;
+  class Page;
+  class SchemeHandler;
+
+  void OnScriptReady(qulonglong generation);
+  void OnBlockClicked(int index);
+  void OnBlockActivated(int index);
+  void OnDeletePressed(int index);
+  void OnScrolled(double y);
+  void PushCurrent();
+
+  QWebEngineView* engine_;
+  Page* page_;
+  Bridge* bridge_;
+  SchemeHandler* scheme_handler_;
+  QString base_folder_;
+  std::optional<size_t> current_;
+  size_t block_count_ = 0;
+  // Which ShowPage the view shows; a ready call of an older one is dropped.
+  qulonglong generation_ = 0;
+  bool ready_ = false;
+  // The page's scroll position as the script last told it, restored after
+  // each render.
+  double scroll_y_ = 0;
+};
+
+}  // namespace formwiz::editor
