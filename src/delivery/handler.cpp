@@ -101,6 +101,20 @@ Response StoreFailure(const Request& request) {
   return response;
 }
 
+// The database took the commit but its answer was lost, and it could not be
+// asked again in time: the entries may have been kept, and then they are
+// mailed. Not 503, which promises that nothing was kept; 504, as a gateway
+// that got no answer from the server behind it.
+Response OutcomeUnknown(const Request& request) {
+  Response response = Refusal(
+      request, 504,
+      "The server lost touch with its database while keeping your entries, "
+      "so it cannot tell whether they were kept. If you hear nothing back, "
+      "please send the form again later.");
+  response.headers.emplace_back("Retry-After", "60");
+  return response;
+}
+
 }  // namespace
 
 std::optional<Response> Handler::Precheck(const Request& request) {
@@ -214,6 +228,8 @@ Response Handler::Handle(const Request& request, bool prechecked) {
       store_.Add(record);
       if (on_queued_) on_queued_();
     }
+  } catch (const store::StoreOutcomeUnknown&) {
+    return OutcomeUnknown(request);
   } catch (const store::StoreError&) {
     return StoreFailure(request);
   }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <functional>
@@ -12,13 +13,42 @@
 namespace formwiz::store {
 namespace {
 
+// Records that the mail server took the mail. The mail is out now, so a
+// store that fails here (the database restarting) is asked again while the
+// lease lasts: giving up would leave the mail queued, and it would go a
+// second time once the lease ran out. Asking again is safe: a first attempt
+// whose answer was lost made the mail sent, and the next one changes
+// nothing.
+bool RecordSent(Store& store, const std::string& owner,
+                const std::function<int64_t()>& now,
+                const std::function<bool()>& keep_going,
+                const SubmissionRecord& record, int64_t lease_until) {
+  using Steady = std::chrono::steady_clock;
+  constexpr auto kPause = std::chrono::milliseconds(250);
+  // Bounded by the steady clock as well, for a `now` that stands still.
+  const auto give_up = Steady::now() + std::chrono::seconds(std::max<int64_t>(
+                                           lease_until - now(), 0));
+  for (;;) {
+    try {
+      return store.MarkSent(record.id, owner, now());
+    } catch (const StoreError&) {
+      if (!keep_going() || now() >= lease_until || Steady::now() >= give_up) {
+        throw;
+      }
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+}
+
 // One claimed mail: send it and record the outcome in the step right after
 // the server's answer, so that the window in which a crash could send it
 // twice stays as small as it can be.
 void DeliverOne(Store& store, Transport& transport,
                 const OutboxSettings& settings, const std::string& owner,
                 const std::function<int64_t()>& now,
-                const SubmissionRecord& record, OutboxPass& pass) {
+                const std::function<bool()>& keep_going,
+                const SubmissionRecord& record, int64_t lease_until,
+                OutboxPass& pass) {
   SendResult result;
   if (record.recipient.empty() || record.message.empty()) {
     result = {SendResult::Kind::kPermanent, "nothing to send"};
@@ -29,7 +59,7 @@ void DeliverOne(Store& store, Transport& transport,
   bool held = false;
   switch (result.kind) {
     case SendResult::Kind::kSent:
-      held = store.MarkSent(record.id, owner, now());
+      held = RecordSent(store, owner, now, keep_going, record, lease_until);
       if (held) ++pass.sent;
       break;
     case SendResult::Kind::kTemporary:
@@ -73,14 +103,16 @@ OutboxPass DeliverDue(Store& store, Transport& transport,
                       const std::function<bool()>& keep_going) {
   OutboxPass pass;
   while (keep_going()) {
+    const int64_t claimed_at = now();
     std::vector<SubmissionRecord> claimed = store.ClaimDue(
-        owner, now(), settings.lease_seconds, std::max(settings.batch, 1));
+        owner, claimed_at, settings.lease_seconds, std::max(settings.batch, 1));
     if (claimed.empty()) break;
     for (const SubmissionRecord& record : claimed) {
       // Told to stop: the mails still claimed are left to their leases,
       // which run out, and the next worker takes them, as after a crash.
       if (!keep_going()) return pass;
-      DeliverOne(store, transport, settings, owner, now, record, pass);
+      DeliverOne(store, transport, settings, owner, now, keep_going, record,
+                 claimed_at + settings.lease_seconds, pass);
     }
   }
   return pass;

@@ -4,12 +4,14 @@
 #include <libpq-fe.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <map>
 #include <optional>
 #include <string_view>
+#include <thread>
 
 namespace formwiz::store {
 namespace {
@@ -180,6 +182,11 @@ Result Exec(PGconn* conn, const std::string& sql, const Params& params = {}) {
   return Result(result);
 }
 
+class CommitLost : public StoreError {
+ public:
+  using StoreError::StoreError;
+};
+
 // Rolls back unless committed, so that a throw anywhere leaves nothing
 // half-done. Begun by PostgresStore::Begin.
 class Transaction {
@@ -192,8 +199,15 @@ class Transaction {
   }
   Transaction(const Transaction&) = delete;
   Transaction& operator=(const Transaction&) = delete;
+  // Throws CommitLost when the connection broke before the server's answer
+  // came: the commit may or may not have happened.
   void Commit() {
-    Exec(conn_, "COMMIT");
+    try {
+      Exec(conn_, "COMMIT");
+    } catch (const StoreError& e) {
+      if (PQstatus(conn_) != CONNECTION_OK) throw CommitLost(e.what());
+      throw;
+    }
     done_ = true;
   }
 
@@ -357,6 +371,29 @@ pg_conn* PostgresStore::Begin() {
 
 int64_t PostgresStore::Add(SubmissionRecord& record) {
   std::lock_guard lock(mutex_);
+  // A commit whose answer was lost (the server restarted under it) may have
+  // happened or not. The key is unique, so the same insert runs again until
+  // the database answers: it finds the row the first commit kept, or keeps
+  // it now. A first transaction that the server has not finished yet holds
+  // the key, and the second insert waits for its outcome.
+  const auto give_up = std::chrono::steady_clock::now() + kResolveTime;
+  bool unsure = false;
+  for (;;) {
+    try {
+      return AddOnce(record, unsure);
+    } catch (const StoreError& e) {
+      const bool lost = dynamic_cast<const CommitLost*>(&e) != nullptr;
+      if (!unsure && !lost) throw;  // nothing was kept
+      unsure = true;
+      if (std::chrono::steady_clock::now() >= give_up) {
+        throw StoreOutcomeUnknown(e.what());
+      }
+    }
+    std::this_thread::sleep_for(kResolvePause);
+  }
+}
+
+int64_t PostgresStore::AddOnce(SubmissionRecord& record, bool again) {
   Transaction transaction(Begin());
   Result inserted = Exec(
       conn_,
@@ -364,7 +401,7 @@ int64_t PostgresStore::Add(SubmissionRecord& record) {
       "subject, send_mode, requested_to, recipient, status, detail, "
       "message_id, mail_from, message, attempts, next_attempt_at, sent_at) "
       "VALUES ($1, $2, $3, $4, $5, $6, $7, $8, $9, $10, $11, $12, $13, $14, "
-      "$15, $16, $17) RETURNING id",
+      "$15, $16, $17) ON CONFLICT (key) DO NOTHING RETURNING id",
       Params()
           .Bytes(record.key)
           .Int(record.received_at)
@@ -383,6 +420,15 @@ int64_t PostgresStore::Add(SubmissionRecord& record) {
           .Int(record.attempts)
           .Int(record.next_attempt_at)
           .Int(record.sent_at));
+  if (inserted.Rows() == 0) {
+    if (!again) throw StoreError("store: a submission with this key exists");
+    // The lost commit kept it, fields and all (one transaction).
+    Result kept = Exec(conn_, "SELECT id FROM submissions WHERE key = $1",
+                       Params().Bytes(record.key));
+    record.id = kept.Int(0, 0);
+    transaction.Commit();
+    return record.id;
+  }
   int64_t id = inserted.Int(0, 0);
   int64_t position = 0;
   for (const Field& field : record.fields) {

@@ -10,9 +10,11 @@
 // starting together migrate once. Safe to use from several threads (one
 // connection behind a mutex). A broken connection (the server restarted,
 // the network dropped) fails the call in progress with StoreError and is
-// opened again by the next call.
+// opened again by the next call; only Add, whose caller must know whether
+// the row was kept, opens it again itself when the commit's answer was lost.
 #pragma once
 
+#include <chrono>
 #include <mutex>
 #include <string>
 
@@ -54,6 +56,13 @@ class PostgresStore : public Store {
   // Begins a transaction, opening the connection again first when it
   // broke; gives the connection.
   pg_conn* Begin();
+  // One attempt at Add; `again` after an attempt whose outcome is unknown.
+  int64_t AddOnce(SubmissionRecord& record, bool again);
+
+  // How long Add keeps asking after a lost commit (a restart of the server
+  // takes a few seconds), and how often.
+  static constexpr std::chrono::seconds kResolveTime{15};
+  static constexpr std::chrono::milliseconds kResolvePause{250};
 
   pg_conn* conn_ = nullptr;
   std::mutex mutex_;

@@ -21,6 +21,13 @@ class StoreError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Add lost the database's answer to its commit and could not learn, within
+// its time, whether the row was kept: it may be there, and its mail may go.
+class StoreOutcomeUnknown : public StoreError {
+ public:
+  using StoreError::StoreError;
+};
+
 // Which rows List gives; every criterion that is set must hold.
 struct Query {
   std::optional<Status> status;
@@ -35,7 +42,8 @@ class Store {
 
   // Adds `record` and commits it durably before returning (the caller
   // answers the visitor only after this). Sets and gives record.id.
-  // record.key must be unique.
+  // record.key must be unique. StoreError: nothing was kept;
+  // StoreOutcomeUnknown: the row may have been kept.
   virtual int64_t Add(SubmissionRecord& record) = 0;
 
   virtual std::optional<SubmissionRecord> Get(int64_t id) = 0;
@@ -54,8 +62,7 @@ class Store {
   // lease that runs out, and the mail is claimed again. Claimed records come
   // whole (with message).
   virtual std::vector<SubmissionRecord> ClaimDue(const std::string& owner,
-                                                 int64_t now,
-                                                 int lease_seconds,
+                                                 int64_t now, int lease_seconds,
                                                  int limit) = 0;
   // The mail server took the mail: kSent, sent_at = now, attempts + 1,
   // lease dropped.
