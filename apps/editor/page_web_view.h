@@ -7,16 +7,21 @@
 // talks back through a web channel.
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <QWidget>
-#include <memory>
 #include <optional>
+#include <vector>
 
 #include "host/page.h"
 
 class QWebEngineView;
 
 namespace formwiz::editor {
+
+class ViewBridge;
+class ViewPage;
+class ViewSchemeHandler;
 
 class PageWebView : public QWidget {
   Q_OBJECT
@@ -49,6 +54,8 @@ class PageWebView : public QWidget {
   // The browser view inside, for tests that run script on the page or send
   // it input.
   QWebEngineView* engine() const { return engine_; }
+  // The HTML of the last ShowPage, as the view loads it.
+  const QByteArray& ShownHtml() const { return shown_html_; }
 
  signals:
   // A click in the view on a block.
@@ -61,26 +68,34 @@ class PageWebView : public QWidget {
   void Rendered();
 
  private:
-  class Bridge;
-  class Page;
-  class SchemeHandler;
+  friend class ViewBridge;
 
-  void OnScriptReady(qulonglong generation);
+  // From the script, through the bridge.
+  void OnScriptReady(int generation);
   void OnBlockClicked(int index);
   void OnBlockActivated(int index);
   void OnDeletePressed(int index);
   void OnScrolled(double y);
-  void PushCurrent();
+  void OnLoadFinished(bool ok);
+  void MaybeRendered();
+  // Outlines current_ in the page, scrolling it into view when asked.
+  void PushCurrent(bool scroll);
+  std::optional<size_t> Checked(int index) const;
 
   QWebEngineView* engine_;
-  Page* page_;
-  Bridge* bridge_;
-  SchemeHandler* scheme_handler_;
+  ViewPage* page_;
+  ViewBridge* bridge_;
+  ViewSchemeHandler* scheme_handler_;
   QString base_folder_;
+  QByteArray shown_html_;
   std::optional<size_t> current_;
-  size_t block_count_ = 0;
-  // Which ShowPage the view shows; a ready call of an older one is dropped.
-  qulonglong generation_ = 0;
+  // Which blocks are forms: only those are reopened.
+  std::vector<bool> is_form_;
+  // Which ShowPage the view shows; a call of the script of an older one is
+  // dropped.
+  int generation_ = 0;
+  bool loaded_ = false;
+  bool script_ready_ = false;
   bool ready_ = false;
   // The page's scroll position as the script last told it, restored after
   // each render.

@@ -1,0 +1,160 @@
+// The editor's script in the rendered page view. It runs in a world of its
+// own beside the page (whose own scripts are off), finds the nodes of each
+// block by the comments that ViewHtml puts in, outlines the current block,
+// and reports clicks, double-clicks, Enter, Delete and the scroll position
+// through the web channel's "bridge". The page's URL carries which render
+// this is (g) and where to scroll to (y).
+#pragma once
+
+namespace formwiz::editor {
+
+inline constexpr char kViewScript[] = R"js(
+(function () {
+  'use strict';
+  if (window.formwizView) return;
+  const BLOCK = 'fw-block ', PARA = 'fw-para ';
+  const params = new URLSearchParams(location.search);
+  const generation = Number(params.get('g') || 0);
+  const restoreY = Number(params.get('y') || 0);
+  const indexOf = new WeakMap();
+  const blocks = [];
+  let current = -1;
+  let bridge = null;
+
+  const isMarker = (node) => node.nodeType === Node.COMMENT_NODE &&
+      (node.data.startsWith(BLOCK) || node.data.startsWith(PARA));
+
+  // A paragraph is the element its marker stands in; any other block is
+  // what follows its marker up to the next block, as siblings. Text of its
+  // own gets a span, so that it can be outlined too.
+  function collect() {
+    const walker =
+        document.createTreeWalker(document, NodeFilter.SHOW_COMMENT);
+    const markers = [];
+    for (let c = walker.nextNode(); c; c = walker.nextNode()) {
+      if (isMarker(c)) markers.push(c);
+    }
+    const paragraphs = new Set();
+    for (const c of markers) {
+      if (c.data.startsWith(PARA) && c.parentElement) {
+        paragraphs.add(c.parentElement);
+      }
+    }
+    for (const c of markers) {
+      const para = c.data.startsWith(PARA);
+      const index = parseInt(c.data.slice((para ? PARA : BLOCK).length), 10);
+      if (!(index >= 0)) continue;
+      const nodes = [];
+      if (para) {
+        if (c.parentElement) nodes.push(c.parentElement);
+      } else {
+        for (let n = c.nextSibling; n && !isMarker(n) && !paragraphs.has(n);
+             n = n.nextSibling) {
+          if (n.nodeType === Node.ELEMENT_NODE) {
+            nodes.push(n);
+          } else if (n.nodeType === Node.TEXT_NODE && n.data.trim() !== '') {
+            const span = document.createElement('span');
+            n.replaceWith(span);
+            span.append(n);
+            n = span;
+            nodes.push(span);
+          }
+        }
+      }
+      blocks[index] = nodes;
+      for (const n of nodes) {
+        indexOf.set(n, index);
+        n.setAttribute('data-formwiz-block', '');
+      }
+    }
+  }
+
+  function blockOf(node) {
+    for (let n = node; n; n = n.parentNode) {
+      if (indexOf.has(n)) return indexOf.get(n);
+    }
+    return -1;
+  }
+
+  function setCurrent(index, scroll) {
+    for (const n of blocks[current] || []) {
+      n.removeAttribute('data-formwiz-current');
+    }
+    current = index;
+    const nodes = blocks[current] || [];
+    for (const n of nodes) n.setAttribute('data-formwiz-current', '');
+    if (scroll && nodes.length) nodes[0].scrollIntoView({block: 'nearest'});
+  }
+
+  // The outline is the editor's, never part of the page: a stylesheet
+  // adopted by the document, outside its DOM.
+  const sheet = new CSSStyleSheet();
+  sheet.replaceSync(
+      '[data-formwiz-block]:hover { outline: 1px dashed #0b57d0aa; ' +
+      'outline-offset: 2px; }\n' +
+      '[data-formwiz-current], [data-formwiz-current]:hover { ' +
+      'outline: 2px solid #0b57d0 !important; outline-offset: 2px; }');
+  document.adoptedStyleSheets = [...document.adoptedStyleSheets, sheet];
+
+  // Nothing in the view submits, follows a link or toggles: a click only
+  // selects.
+  window.addEventListener('submit', (e) => e.preventDefault(), true);
+  window.addEventListener('click', (e) => {
+    e.preventDefault();
+    const index = blockOf(e.target);
+    if (index < 0) return;
+    setCurrent(index, false);
+    if (bridge) bridge.blockClicked(index);
+  }, true);
+  window.addEventListener('dblclick', (e) => {
+    e.preventDefault();
+    const index = blockOf(e.target);
+    if (index >= 0 && bridge) bridge.blockActivated(index);
+  }, true);
+  window.addEventListener('keydown', (e) => {
+    if (current < 0 || !bridge) return;
+    if (e.key === 'Enter') {
+      e.preventDefault();
+      bridge.blockActivated(current);
+    } else if (e.key === 'Delete') {
+      e.preventDefault();
+      bridge.deletePressed(current);
+    }
+  }, true);
+  let scrollQueued = false;
+  window.addEventListener('scroll', () => {
+    if (scrollQueued) return;
+    scrollQueued = true;
+    requestAnimationFrame(() => {
+      scrollQueued = false;
+      if (bridge) bridge.scrolled(window.scrollY);
+    });
+  }, {passive: true});
+
+  collect();
+  // Once now, while stylesheets may still be loading, and again when they
+  // are in: the page then has its full height.
+  if (restoreY > 0) {
+    window.scrollTo(0, restoreY);
+    window.addEventListener('load', () => window.scrollTo(0, restoreY));
+  }
+
+  window.formwizView = {
+    setCurrent: setCurrent,
+    blockCount: () => blocks.length,
+    // Where a block is in the view's coordinates, for tests that click it.
+    rect: (index) => {
+      const nodes = blocks[index] || [];
+      if (!nodes.length) return null;
+      const r = nodes[0].getBoundingClientRect();
+      return {x: r.x, y: r.y, width: r.width, height: r.height};
+    },
+  };
+  new QWebChannel(qt.webChannelTransport, (channel) => {
+    bridge = channel.objects.bridge;
+    bridge.ready(generation);
+  });
+})();
+)js";
+
+}  // namespace formwiz::editor
