@@ -19,6 +19,7 @@
 #include "host/input_file.h"
 #include "host/orb_catalog.h"
 #include "host/page.h"
+#include "host/source_summary.h"
 #include "script/script.h"
 #include "script/scripted_ui.h"
 
@@ -40,15 +41,25 @@ bool LoadPage(const std::string& file, host::Page& page) {
   // The page is written back to the same name, so "-" is a file here.
   const auto text = host::ReadInputFile(file == "-" ? "./-" : file,
                                         host::kMaxPageFileSize, error);
-  if (text && host::ReadPageFile(*text, page, error)) return true;
+  if (text && host::ReadPage(*text, page, error)) return true;
   Problem(file, error, kExitFailure);
   return false;
 }
 
 // Writes through a new file beside `file` and renames it over, so that a
 // failed or interrupted save leaves the page as it was, never half written.
+// Someone else's page is saved only if it reads back: text that is not
+// UTF-8 in a paragraph, say, would leave a page nobody could open again.
 bool SavePage(const std::string& file, const host::Page& page) {
-  const std::string bytes = host::WritePageFile(page);
+  const std::string bytes = host::WritePage(page);
+  if (page.frame) {
+    host::Page check;
+    std::string error;
+    if (!host::ReadPage(bytes, check, error)) {
+      Problem(file, "not saved: the page would not read back: " + error, 0);
+      return false;
+    }
+  }
   std::string temp = file + ".XXXXXX";
   const int fd = mkstemp(temp.data());
   if (fd < 0) {
@@ -237,7 +248,15 @@ int List(const host::Page& page) {
   for (size_t i = 0; i < page.blocks.size(); ++i) {
     const host::PageBlock& block = page.blocks[i];
     std::cout << i << '\t';
-    if (!block.object) {
+    if (block.source && !block.object) {
+      // Someone else's HTML: its first element and the start of its text.
+      const host::SourceSummary summary = host::SummarizeSource(*block.source);
+      std::cout << "html\t";
+      if (!summary.tag.empty()) std::cout << '<' << summary.tag << '>';
+      if (!summary.tag.empty() && !summary.words.empty()) std::cout << ' ';
+      if (!summary.words.empty()) std::cout << Quoted(summary.words);
+      std::cout << '\n';
+    } else if (!block.object) {
       std::cout << "paragraph\t" << Quoted(block.text) << '\n';
     } else if (block.object->display_name) {
       std::cout << "object\t" << Quoted(*block.object->display_name) << '\n';
@@ -249,7 +268,7 @@ int List(const host::Page& page) {
 }
 
 int Export(const host::Page& page, const std::string& output) {
-  const std::string html = host::WritePageFile(page);
+  const std::string html = host::WritePage(page);
   if (output == "-") {
     std::cout << html << std::flush;
     return std::cout ? kExitOk : kExitFailure;
@@ -285,6 +304,12 @@ int RunPage(const PageOptions& options) {
       std::cout << page.title << '\n';
       return kExitOk;
     }
+    if (!host::CanSetTitle(page)) {
+      return Problem(file,
+                     "the page has no <title> (a fragment takes its title "
+                     "from the page that includes it)",
+                     kExitUsage);
+    }
     if (const std::string why = host::PageTitleProblem(*options.title);
         !why.empty()) {
       return Problem(file, why, kExitUsage);
@@ -295,7 +320,7 @@ int RunPage(const PageOptions& options) {
     return SavePage(file, page) ? kExitOk : kExitFailure;
   }
 
-  const std::string before = host::WritePageFile(page);
+  const std::string before = host::WritePage(page);
   int status = kExitOk;
   if (options.action == "add-text" || options.action == "insert") {
     const size_t at = options.at.value_or(page.blocks.size());
@@ -334,10 +359,13 @@ int RunPage(const PageOptions& options) {
     } else {
       const auto object = page.blocks[options.block].object;
       if (!object) {
-        return Problem(file,
-                       "block " + std::to_string(options.block) +
-                           " is a paragraph, not an object",
-                       kExitUsage);
+        return Problem(
+            file,
+            "block " + std::to_string(options.block) + " is " +
+                (page.blocks[options.block].source ? "HTML of the page's own"
+                                                   : "a paragraph") +
+                ", not an object",
+            kExitUsage);
       }
       status = RunComponent(options, page, [&](clsFormWiz& wiz) {
         // The editor hands the component the object's own name, which a
@@ -352,7 +380,7 @@ int RunPage(const PageOptions& options) {
   }
   if (status == kEscaped) return kExitFailure;
   // A run that changed nothing leaves the file alone, its time included.
-  if (host::WritePageFile(page) != before && !SavePage(file, page)) {
+  if (host::WritePage(page) != before && !SavePage(file, page)) {
     return kExitFailure;
   }
   return status;
@@ -362,11 +390,14 @@ Command AddPageCommand(CLI::App& parent) {
   auto options = std::make_shared<PageOptions>();
   CLI::App* app = parent.add_subcommand(
       "page",
-      "Make and edit a page file (plain HTML) and run the component on it");
+      "Make and edit a page (a page file, or any UTF-8 HTML page or "
+      "fragment, whose other bytes are kept) and run the component on it");
   app->require_subcommand(1);
   auto add = [&](const char* name, const char* help) {
     CLI::App* sub = app->add_subcommand(name, help);
-    sub->add_option("FILE", options->file, "The page file")->required();
+    sub->add_option("FILE", options->file,
+                    "The page: a page file, or any UTF-8 HTML page")
+        ->required();
     sub->callback([options, name] { options->action = name; });
     return sub;
   };
@@ -376,8 +407,10 @@ Command AddPageCommand(CLI::App& parent) {
                     "formwiz script; - reads standard input); without it a "
                     "dialog is closed with its close box");
   };
-  add("new", "Write an empty page (refuses to replace a file)");
-  add("list", "Print the blocks: index, kind, name or text");
+  add("new", "Write an empty page file (refuses to replace a file)");
+  add("list",
+      "Print the blocks: index, kind (object, paragraph, html), name or "
+      "text; for html, its first tag and words");
   CLI::App* add_text = add("add-text", "Add a paragraph");
   add_text->add_option("TEXT", options->text, "The paragraph's text")
       ->required();

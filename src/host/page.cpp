@@ -25,6 +25,10 @@
 // checked, which catches a file whose HTML was edited by hand or whose line
 // endings were converted.
 //
+// The same markers hold the forms formwiz makes in a page it did not write
+// (html_page.cpp); there each line of the markers ends as the file's lines
+// do ("\r\n" in a CR LF file), so the file keeps one kind of line end.
+//
 // The stylesheet lays the bundled orbs' forms out (their fw-* classes) for
 // phones and desktops, in light and dark colours; it is part of the fixed
 // prologue, so a different one is a new version of the file.
@@ -47,8 +51,13 @@
 #include <utility>
 
 #include "host/base64.h"
+#include "host/page_format.h"
 
 namespace formwiz::host {
+
+using page_format::AppendEscaped;
+using page_format::kObjectStart;
+
 namespace {
 
 // The generator line is what tells our files, and their versions, from
@@ -136,29 +145,12 @@ constexpr std::string_view kTitleClose = "</title>\n";
 static_assert(kTitleEnd.starts_with(kTitleClose));
 constexpr std::string_view kParagraphStart = "<p>";
 constexpr std::string_view kParagraphEnd = "</p>\n";
-constexpr std::string_view kObjectStart = "<!--formwiz-object ";
-constexpr std::string_view kObjectMarkerEnd = " -->\n";
-constexpr std::string_view kObjectEnd = "\n<!--/formwiz-object-->\n";
+// The object's marker and end marker come without their line ends, which
+// are the file's own.
+constexpr std::string_view kObjectMarkerEnd = " -->";
+constexpr std::string_view kObjectEnd = "<!--/formwiz-object-->";
 // Absent property.
 constexpr std::string_view kAbsent = "-";
-
-void AppendEscaped(std::string_view text, std::string& out) {
-  for (char c : text) {
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      default:
-        out += c;
-    }
-  }
-}
 
 std::string OptionalBase64(const std::optional<std::string>& value) {
   return value ? EncodeBase64(*value) : std::string(kAbsent);
@@ -217,7 +209,10 @@ bool DecodeData(std::string_view text, std::optional<Variant>& data) {
   return true;
 }
 
-void AppendObject(const PageObject& object, std::string& out) {
+}  // namespace
+
+void page_format::AppendObject(const PageObject& object,
+                               std::string_view newline, std::string& out) {
   out += kObjectStart;
   out += "progid=" + EncodeBase64(object.prog_id);
   out += " name=" + OptionalBase64(object.display_name);
@@ -232,20 +227,32 @@ void AppendObject(const PageObject& object, std::string& out) {
                    object.html_picture->size()))
              : std::string(kAbsent);
   out += kObjectMarkerEnd;
+  out += newline;
   if (object.html_source) out += *object.html_source;
+  out += newline;
   out += kObjectEnd;
+  out += newline;
 }
+
+namespace {
 
 // Thrown inside the reader only; ReadPageFile turns it into its message.
 struct Refusal {
   std::string why;
 };
 
-// A forward-only reader over the file's bytes.
+// A forward-only reader over the file's bytes, from `pos`, whose object
+// markers end their lines with `newline`.
 class Reader {
  public:
-  Reader(std::string_view text, std::weak_ptr<PageDocument> document)
-      : text_(text), document_(std::move(document)) {}
+  Reader(std::string_view text, std::weak_ptr<PageDocument> document,
+         size_t pos = 0, std::string_view newline = "\n")
+      : text_(text),
+        pos_(pos),
+        document_(std::move(document)),
+        marker_end_(std::string(kObjectMarkerEnd) + std::string(newline)),
+        end_marker_(std::string(newline) + std::string(kObjectEnd) +
+                    std::string(newline)) {}
 
   // The blocks; `title` and `version` receive the page's.
   std::vector<PageBlock> Blocks(std::string& title, int& version) {
@@ -272,7 +279,7 @@ class Reader {
       if (Take(kParagraphStart)) {
         blocks.push_back({Escaped(kParagraphEnd, "a paragraph"), nullptr});
       } else if (Take(kObjectStart)) {
-        blocks.push_back({{}, Object()});
+        blocks.push_back({{}, Object(true)});
       } else {
         Fail("expected a paragraph, an object or the end of the page");
       }
@@ -280,6 +287,48 @@ class Reader {
     if (pos_ != text_.size()) Fail("there is more after the end of the page");
     return blocks;
   }
+
+  // The object whose marker starts here; `marker_read` when its start
+  // (kObjectStart) is already read. Leaves the position past it.
+  std::shared_ptr<PageObject> Object(bool marker_read) {
+    if (!marker_read && !Take(kObjectStart)) Fail("expected an object");
+    auto object = std::make_shared<PageObject>(document_);
+    const std::string_view prog_id = Field("progid", true);
+    if (!DecodeBase64(prog_id, object->prog_id)) {
+      Fail("the object's progid is not valid base64");
+    }
+    object->display_name = OptionalBase64Field("name");
+    if (!DecodeData(Field("data"), object->html_data)) {
+      Fail("the object's data is not understood");
+    }
+    const std::string_view length_text = Field("source");
+    std::optional<size_t> length;
+    if (length_text != kAbsent) {
+      size_t n = 0;
+      const char* end = length_text.data() + length_text.size();
+      const auto result = std::from_chars(length_text.data(), end, n);
+      if (result.ec != std::errc() || result.ptr != end ||
+          std::to_string(n) != length_text) {
+        Fail("the object's source length is not a number");
+      }
+      length = n;
+    }
+    if (const auto picture = OptionalBase64Field("picture")) {
+      object->html_picture.emplace(picture->begin(), picture->end());
+    }
+    if (!Take(marker_end_)) Fail("the object marker is not closed");
+    if (length) {
+      if (*length > text_.size() - pos_) Fail("the object's HTML is cut short");
+      object->html_source = std::string(text_.substr(pos_, *length));
+      pos_ += *length;
+    }
+    if (!Take(end_marker_)) {
+      Fail("the object's HTML does not end where its marker says");
+    }
+    return object;
+  }
+
+  size_t Position() const { return pos_; }
 
  private:
   [[noreturn]] void Fail(const std::string& why) const {
@@ -294,28 +343,16 @@ class Reader {
 
   // Text escaped as AppendEscaped does, up to and past `end`.
   std::string Escaped(std::string_view end, const std::string& what) {
+    const size_t markup = text_.find('<', pos_);
+    if (markup == std::string_view::npos) Fail(what + " is not closed");
     std::string text;
-    for (;;) {
-      if (pos_ == text_.size()) Fail(what + " is not closed");
-      const char c = text_[pos_];
-      if (c == '<') {
-        if (!Take(end)) Fail("markup inside " + what);
-        return text;
-      }
-      if (c == '>') Fail("an unescaped \">\" in " + what);
-      if (c != '&') {
-        text += c;
-        ++pos_;
-      } else if (Take("&amp;")) {
-        text += '&';
-      } else if (Take("&lt;")) {
-        text += '<';
-      } else if (Take("&gt;")) {
-        text += '>';
-      } else {
-        Fail("an unknown character reference in " + what);
-      }
+    std::string why;
+    if (!page_format::Unescape(text_.substr(pos_, markup - pos_), text, why)) {
+      Fail(why + " in " + what);
     }
+    pos_ = markup;
+    if (!Take(end)) Fail("markup inside " + what);
+    return text;
   }
 
   // The value of `key=` up to the next space, which stays unread.
@@ -343,49 +380,89 @@ class Reader {
     return bytes;
   }
 
-  std::shared_ptr<PageObject> Object() {
-    auto object = std::make_shared<PageObject>(document_);
-    const std::string_view prog_id = Field("progid", true);
-    if (!DecodeBase64(prog_id, object->prog_id)) {
-      Fail("the object's progid is not valid base64");
-    }
-    object->display_name = OptionalBase64Field("name");
-    if (!DecodeData(Field("data"), object->html_data)) {
-      Fail("the object's data is not understood");
-    }
-    const std::string_view length_text = Field("source");
-    std::optional<size_t> length;
-    if (length_text != kAbsent) {
-      size_t n = 0;
-      const char* end = length_text.data() + length_text.size();
-      const auto result = std::from_chars(length_text.data(), end, n);
-      if (result.ec != std::errc() || result.ptr != end ||
-          std::to_string(n) != length_text) {
-        Fail("the object's source length is not a number");
-      }
-      length = n;
-    }
-    if (const auto picture = OptionalBase64Field("picture")) {
-      object->html_picture.emplace(picture->begin(), picture->end());
-    }
-    if (!Take(kObjectMarkerEnd)) Fail("the object marker is not closed");
-    if (length) {
-      if (*length > text_.size() - pos_) Fail("the object's HTML is cut short");
-      object->html_source = std::string(text_.substr(pos_, *length));
-      pos_ += *length;
-    }
-    if (!Take(kObjectEnd)) {
-      Fail("the object's HTML does not end where its marker says");
-    }
-    return object;
-  }
-
   std::string_view text_;
   size_t pos_ = 0;
   std::weak_ptr<PageDocument> document_;
+  std::string marker_end_;
+  std::string end_marker_;
 };
 
 }  // namespace
+
+bool page_format::IsPageFile(std::string_view text) {
+  // Every version's generator line starts so, right after the fixed start.
+  constexpr std::string_view kGenerator =
+      "<meta name=\"generator\" content=\"formwiz page ";
+  return text.starts_with(kHeadStart) &&
+         text.substr(kHeadStart.size()).starts_with(kGenerator);
+}
+
+void page_format::AppendEscaped(std::string_view text, std::string& out) {
+  for (char c : text) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      default:
+        out += c;
+    }
+  }
+}
+
+bool page_format::Unescape(std::string_view escaped, std::string& text,
+                           std::string& why) {
+  std::string out;
+  for (size_t i = 0; i < escaped.size();) {
+    const std::string_view rest = escaped.substr(i);
+    if (rest[0] == '<' || rest[0] == '>') {
+      why = std::string("an unescaped \"") + rest[0] + "\"";
+      return false;
+    }
+    if (rest[0] != '&') {
+      out += rest[0];
+      ++i;
+    } else if (rest.starts_with("&amp;")) {
+      out += '&';
+      i += 5;
+    } else if (rest.starts_with("&lt;") || rest.starts_with("&gt;")) {
+      out += rest[1] == 'l' ? '<' : '>';
+      i += 4;
+    } else {
+      why = "an unknown character reference";
+      return false;
+    }
+  }
+  text = std::move(out);
+  return true;
+}
+
+void page_format::AppendParagraph(std::string_view text,
+                                  std::string_view newline, std::string& out) {
+  out += kParagraphStart;
+  AppendEscaped(text, out);
+  out += "</p>";
+  out += newline;
+}
+
+std::shared_ptr<PageObject> page_format::ReadObject(
+    std::string_view text, size_t& pos, std::string_view newline,
+    std::weak_ptr<PageDocument> document, std::string& error) {
+  try {
+    Reader reader(text, std::move(document), pos, newline);
+    auto object = reader.Object(false);
+    pos = reader.Position();
+    return object;
+  } catch (const Refusal& refusal) {
+    error = refusal.why;
+    return nullptr;
+  }
+}
 
 Page::Page() : document(std::make_shared<PageDocument>()) {}
 
@@ -452,11 +529,9 @@ std::string WritePageFile(const Page& page) {
   out += kTitleEnd;
   for (const PageBlock& block : page.blocks) {
     if (block.object) {
-      AppendObject(*block.object, out);
+      page_format::AppendObject(*block.object, "\n", out);
     } else {
-      out += kParagraphStart;
-      AppendEscaped(block.text, out);
-      out += kParagraphEnd;
+      page_format::AppendParagraph(block.text, "\n", out);
     }
   }
   out += kEpilogue;
@@ -490,6 +565,7 @@ bool ReadPageFile(std::string_view text, Page& page, std::string& error,
   page.document->objects = std::move(objects);
   page.blocks = std::move(blocks);
   page.title = std::move(title);
+  page.frame.reset();
   if (version != nullptr) *version = read_version;
   return true;
 }

@@ -25,6 +25,10 @@ struct PageBlock {
   // followed by whatever stood between it and the next block (white space,
   // comments). Written back as it is, wherever the block goes.
   std::optional<std::string> source = std::nullopt;
+  // A paragraph or object read from someone else's page: the bytes that
+  // followed what formwiz writes for it, up to the next block (white space,
+  // comments), written after it wherever it goes. Empty for a new block.
+  std::string gap = {};
 };
 
 // What stands around the blocks of a page that formwiz did not make (its
@@ -75,8 +79,8 @@ class Page {
   void MoveBlock(size_t from, size_t to);
 };
 
-// The largest page file ReadPageFile takes. Far beyond any page a person
-// makes (a picture is a few KiB); a bigger input is refused unread.
+// The largest page file ReadPageFile (and ReadPage) takes. Far beyond any page
+// a person makes (a picture is a few KiB); a bigger input is refused unread.
 inline constexpr size_t kMaxPageFileSize = size_t{64} << 20;
 
 // The version WritePageFile writes. ReadPageFile also takes version 1, the
@@ -103,11 +107,25 @@ bool ReadPageFile(std::string_view text, Page& page, std::string& error,
 // whose other bytes are kept in `page.frame`. A file in another encoding,
 // or one that is not HTML, gives false with a one-line reason and leaves
 // `page` as it was. A page file reads as ReadPageFile reads it.
+//
+// Of someone else's page, a top-level object that formwiz wrote (between
+// its markers) is an object block again, and a top-level <p> written
+// exactly as formwiz writes a paragraph is a paragraph; every other block
+// has `source`. `page.title` is the text of the head's <title> (white space
+// trimmed and collapsed, as a browser shows it), or empty for a page
+// without one. The rules are told at the top of html_page.cpp.
 bool ReadPage(std::string_view text, Page& page, std::string& error);
 // Writes a page back: a page file, or for a page with a frame the frame
 // around its blocks, so that a page read and written unchanged is the same
-// bytes.
+// bytes. The title's bytes change only when `page.title` did.
 std::string WritePage(const Page& page);
+
+// Whether a page can hold the title the person gives it. A page read from
+// a file without <title> (a fragment, such as a template partial, whose
+// title comes from the page that includes it) cannot: WritePage writes no
+// title for it, so the editor should show its title field disabled, saying
+// so, and `formwiz page title` refuses to set one.
+bool CanSetTitle(const Page& page);
 
 // Why `title` cannot be a page's title (it has no visible character, or a
 // line break or other control character), or empty when it can. A browser

@@ -12,7 +12,7 @@ namespace formwiz::serve {
 std::optional<std::vector<std::string>> PageRecipients(std::string_view text) {
   host::Page page;
   std::string error;
-  if (!host::ReadPageFile(text, page, error)) return std::nullopt;
+  if (!host::ReadPage(text, page, error)) return std::nullopt;
   std::vector<std::string> found;
   for (const host::PageBlock& block : page.blocks) {
     if (!block.object || !block.object->html_data) continue;

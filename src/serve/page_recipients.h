@@ -10,15 +10,16 @@
 
 namespace formwiz::serve {
 
-// The qln_EmailTo values of the forms on a page file (host/page.h), in page
+// The qln_EmailTo values of the forms on a page (a page file, or any HTML
+// page with forms formwiz made in it: host/page.h ReadPage), in page
 // order, each once, as written (an alias such as "sales" too; the caller
 // decides what is an address). Read from each object's stored definition
 // (HTMLData), whose form carries the hidden fields as the wizard wrote them.
-// Nothing when `text` is not a page file.
+// Nothing when `text` is not a page ReadPage reads.
 std::optional<std::vector<std::string>> PageRecipients(std::string_view text);
 
 // The same for a file on disk; nothing when it cannot be read or is not a
-// page file.
+// page.
 std::optional<std::vector<std::string>> PageFileRecipients(
     const std::string& path);
 

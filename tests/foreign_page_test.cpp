@@ -1,0 +1,271 @@
+// Pages formwiz did not write: real-world shapes open into blocks and save
+// byte for byte; edits change only the blocks edited and read back the
+// same; files in another encoding, binary files and plain text are refused
+// and the page kept. `formwiz page` on such a page is cli_test's.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "component/identity.h"
+#include "host/page.h"
+
+namespace formwiz::host {
+namespace {
+
+std::string ReadCorpus(const std::string& name) {
+  std::ifstream in(
+      std::string(FORMWIZ_SOURCE_DIR) + "/tests/data/foreign_pages/" + name,
+      std::ios::binary);
+  std::stringstream bytes;
+  bytes << in.rdbuf();
+  EXPECT_TRUE(in.good() || in.eof()) << name;
+  return bytes.str();
+}
+
+// The blocks' kinds: o object, p paragraph, s someone else's bytes.
+std::string Kinds(const Page& page) {
+  std::string kinds;
+  for (const PageBlock& block : page.blocks) {
+    kinds += block.object ? 'o' : block.source ? 's' : 'p';
+  }
+  return kinds;
+}
+
+Page Read(const std::string& text) {
+  Page page;
+  std::string error;
+  EXPECT_TRUE(ReadPage(text, page, error)) << error;
+  return page;
+}
+
+struct CorpusPage {
+  const char* file;
+  const char* kinds;
+  const char* title;  // empty: the page has no <title>
+  const char* newline;
+};
+
+// Each file's blocks as a person sees them: its top-level body elements and
+// texts, with the paragraphs that are exactly as formwiz writes them.
+const CorpusPage kCorpus[] = {
+    {"fragment.html", "sss", "", "\n"},
+    // Comments on a line of their own open the block after them.
+    {"full-document.html", "sspsss", "Acme & Sons Shop", "\n"},
+    {"crlf.html", "sps", "Windows page", "\r\n"},
+    {"template-partial.html", "ssssss", "", "\n"},
+    {"comments-and-templates.html", "ssss", "Rows", "\n"},
+    {"non-ascii.html", "spp",
+     "Gr\xC3\xBC\xC3\x9F\x65 \xE2\x80\x93 \xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E "
+     "\xE2\x80\x93 \xCE\x95\xCE\xBB\xCE\xBB\xCE\xB7\xCE\xBD\xCE\xB9\xCE\xBA"
+     "\xCE\xAC",
+     "\n"},
+    {"bom.html", "p", "With a byte order mark", "\n"},
+    // Unclosed elements run to the end; what stood after </body> is moved
+    // into the open <div> by the parser, so the block runs past </body>.
+    {"unclosed.html", "sss", "Sloppy", "\n"},
+};
+
+TEST(ForeignPageTest, RealPagesOpenIntoBlocksAndSaveByteForByte) {
+  for (const CorpusPage& c : kCorpus) {
+    SCOPED_TRACE(c.file);
+    const std::string text = ReadCorpus(c.file);
+    const Page page = Read(text);
+    ASSERT_TRUE(page.frame);
+    EXPECT_EQ(Kinds(page), c.kinds);
+    EXPECT_EQ(page.title, c.title);
+    EXPECT_EQ(CanSetTitle(page), *c.title != '\0');
+    EXPECT_EQ(page.frame->newline, c.newline);
+    EXPECT_EQ(WritePage(page), text);
+  }
+}
+
+// What a person does in the editor: a form and a paragraph between blocks,
+// a move and a delete.
+void Edit(Page& page, const std::string& newline) {
+  const auto form = std::make_shared<PageObject>(page.document);
+  form->prog_id = kProgId;
+  form->display_name = "Contact";
+  form->html_data = Variant::String("<impl><form name=\"a\"/></impl>");
+  form->html_source = "<form action=\"/send\">" + newline +
+                      "<input name=\"a\"></form>" + newline;
+  form->html_picture = std::vector<uint8_t>{0x89, 'P', 'N', 'G'};
+  page.InsertBlock(page.blocks.size() / 2, {{}, form});
+  page.InsertBlock(0, {"New <text> & more", nullptr});
+  page.MoveBlock(page.blocks.size() - 1, 1);
+  page.DeleteBlock(page.blocks.size() - 1);
+}
+
+// The page as runs of blocks: each paragraph and object with all it holds,
+// and each run of someone else's blocks as its bytes. Runs, because two of
+// someone else's texts that an edit puts side by side are one text to any
+// HTML parser.
+std::vector<std::string> Runs(const Page& page) {
+  std::vector<std::string> runs;
+  bool in_source = false;
+  for (const PageBlock& block : page.blocks) {
+    if (block.source) {
+      if (!in_source) runs.push_back("source: ");
+      runs.back() += *block.source;
+    } else if (block.object) {
+      const PageObject& o = *block.object;
+      runs.push_back(
+          "object: " + o.prog_id + "|" + *o.display_name + "|" +
+          o.html_data->text + "|" + *o.html_source + "|" +
+          std::string(o.html_picture->begin(), o.html_picture->end()));
+    } else {
+      runs.push_back("paragraph: " + block.text);
+    }
+    in_source = block.source.has_value();
+  }
+  return runs;
+}
+
+TEST(ForeignPageTest, EditsChangeOnlyTheBlocksEditedAndReadBack) {
+  for (const CorpusPage& c : kCorpus) {
+    SCOPED_TRACE(c.file);
+    const std::string text = ReadCorpus(c.file);
+    Page page = Read(text);
+    Edit(page, c.newline);
+    const std::string saved = WritePage(page);
+    // The frame is untouched, and every block that was kept stands in it
+    // byte for byte.
+    EXPECT_TRUE(saved.starts_with(page.frame->before));
+    EXPECT_TRUE(saved.ends_with(page.frame->after));
+    for (const PageBlock& block : page.blocks) {
+      if (block.source) {
+        EXPECT_NE(saved.find(*block.source), std::string::npos);
+      }
+    }
+    // A CR LF page stays all CR LF.
+    if (std::string(c.newline) == "\r\n") {
+      for (size_t at = saved.find('\n'); at != std::string::npos;
+           at = saved.find('\n', at + 1)) {
+        ASSERT_EQ(saved[at - 1], '\r') << at;
+      }
+    }
+    // Read back: the same blocks, the form re-editable with everything the
+    // component stored in it, and the same bytes when saved again.
+    const Page again = Read(saved);
+    EXPECT_EQ(Runs(again), Runs(page));
+    EXPECT_EQ(again.document->objects.size(),
+              std::count_if(again.blocks.begin(), again.blocks.end(),
+                            [](const PageBlock& b) { return b.object; }));
+    EXPECT_EQ(again.frame->before, page.frame->before);
+    EXPECT_EQ(again.frame->after, page.frame->after);
+    EXPECT_EQ(WritePage(again), saved);
+  }
+}
+
+TEST(ForeignPageTest, OnlyAChangedTitleChangesItsBytes) {
+  const std::string text = ReadCorpus("full-document.html");
+  Page page = Read(text);
+  page.title = "Tools & <more>";
+  const size_t from = text.find("<title>") + 7, to = text.find("</title>");
+  EXPECT_EQ(WritePage(page), text.substr(0, from) + "Tools &amp; &lt;more&gt;" +
+                                 text.substr(to));
+  EXPECT_EQ(Read(WritePage(page)).title, "Tools & <more>");
+  // A fragment takes its title from the page that includes it: none is
+  // written into it.
+  const std::string fragment = ReadCorpus("fragment.html");
+  Page partial = Read(fragment);
+  partial.title = "Ignored";
+  EXPECT_EQ(WritePage(partial), fragment);
+}
+
+// Shapes the parser rebuilds: blocks follow the bytes, never the tree.
+TEST(ForeignPageTest, ReparentedAndImpliedNodesStayInPlace) {
+  const struct {
+    std::string html;
+    const char* kinds;
+    const char* after;
+  } kCases[] = {
+      // Text inside a table is put before it: one block.
+      {"<table><tr><td>1</td></tr>X<tr><td>2</td></tr></table>\n<p>p</p>\n",
+       "sp", ""},
+      // What follows </body> is moved into the body; it stays after it.
+      {"<body>\n<div>a</div>\n</body>\n<p>late</p>\n", "s",
+       "</body>\n<p>late</p>\n"},
+      // An element open across </body> keeps its bytes in its block.
+      {"<body><div>a</body>b</div>\n", "s", "</body>b</div>\n"},
+      // A marker formwiz did not write is a comment, kept with its block.
+      {"<body>\n<!--formwiz-object progid=x -->\n<form></form>\n"
+       "<!--/formwiz-object-->\n</body>",
+       "s", "</body>"},
+      // Near misses of a paragraph stay someone else's bytes.
+      {"<p class=x>a</p>\n<p>a &quot;</p>\n<P>a</P>\n<p>a</p><p>b</p>\n",
+       "ssssp", ""},
+      // Nothing in the body: an insertion goes before </body>.
+      {"<!DOCTYPE html><html><head><title>t</title></head><body></body>"
+       "</html>",
+       "", "</body></html>"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.html);
+    Page page = Read(c.html);
+    EXPECT_EQ(Kinds(page), c.kinds);
+    EXPECT_EQ(page.frame->after, c.after);
+    EXPECT_EQ(WritePage(page), c.html);
+    page.InsertBlock(0, {"x", nullptr});
+    EXPECT_EQ(Kinds(Read(WritePage(page))), "p" + std::string(c.kinds));
+  }
+}
+
+TEST(ForeignPageTest, OtherEncodingsBinaryAndPlainTextAreRefused) {
+  const struct {
+    std::string bytes;
+    const char* why;
+  } kCases[] = {
+      {"<p>caf\xE9</p>", "not UTF-8"},
+      {"<html><head><meta charset=\"ISO-8859-1\"></head><p>x</p>",
+       "ISO-8859-1"},
+      {"<head><meta http-equiv=\"content-type\" content=\"text/html; "
+       "charset = 'windows-1252'\"></head><p>x</p>",
+       "windows-1252"},
+      {std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16), "binary"},
+      {std::string("<p>a\0b</p>", 10), "binary"},
+      {"Just some words.\nNo markup at all.\n", "not an HTML page"},
+      {" \n", "empty"},
+      {"<html><frameset><frame src=a></frameset></html>", "frameset"},
+      // A page file whose line ends were converted is a damaged page file.
+      {"<!DOCTYPE html>\r\n<html lang=\"en\">\r\n<head>\r\n<meta "
+       "charset=\"utf-8\">\r\n<meta name=\"generator\" content=\"formwiz "
+       "page 2\">\r\n</head><body></body></html>",
+       "page file"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.why);
+    Page page = Read(ReadCorpus("bom.html"));
+    const std::string before = WritePage(page);
+    std::string error;
+    EXPECT_FALSE(ReadPage(c.bytes, page, error));
+    EXPECT_NE(error.find(c.why), std::string::npos) << error;
+    EXPECT_EQ(error.find('\n'), std::string::npos);
+    EXPECT_EQ(WritePage(page), before);
+  }
+}
+
+TEST(ForeignPageTest, DeepNestingIsReadOrRefusedWithinBounds) {
+  constexpr int kDepth = 100'000;
+  std::string spans, divs;
+  for (int i = 0; i < kDepth; ++i) {
+    spans += "<span>";
+    divs += "<div>";
+  }
+  // Inline elements nest at no cost to the parser.
+  const Page page = Read(spans);
+  EXPECT_EQ(Kinds(page), "s");
+  EXPECT_EQ(WritePage(page), spans);
+  // Every <div> makes the parser look through all that are open: the parse
+  // is given up rather than left to run for most of a minute.
+  Page kept;
+  std::string error;
+  EXPECT_FALSE(ReadPage(divs, kept, error));
+  EXPECT_NE(error.find("too complex"), std::string::npos) << error;
+}
+
+}  // namespace
+}  // namespace formwiz::host
