@@ -1,6 +1,7 @@
-// formwiz-editor [PAGE]: the page editor. With --grab FILE it shows the page,
-// saves a picture of the window to FILE and quits, which is how the
-// documentation's screenshots are made.
+// formwiz-editor [PAGE]: the page editor. PAGE may be any HTML page, or a
+// file not made yet: the editor starts a new page that is saved there. With
+// --grab FILE it shows the page, saves a picture of the window to FILE and
+// quits, which is how the documentation's screenshots are made.
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QPixmap>
@@ -11,6 +12,7 @@
 #include "editor_window.h"
 #include "formwiz/version.h"
 #include "host/orb_catalog.h"
+#include "page_web_view.h"
 
 namespace {
 
@@ -29,6 +31,8 @@ class GrabbingWindow : public formwiz::editor::EditorWindow {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Before the application object: the web view's scheme is read then.
+  formwiz::editor::PageWebView::RegisterScheme();
   QApplication app(argc, argv);
   QApplication::setApplicationName("formwiz-editor");
   QApplication::setApplicationVersion(FORMWIZ_VERSION);
@@ -37,7 +41,9 @@ int main(int argc, char** argv) {
   parser.setApplicationDescription("Edits web pages that hold form orbs.");
   parser.addHelpOption();
   parser.addVersionOption();
-  parser.addPositionalArgument("page", "The page file to open.", "[PAGE]");
+  parser.addPositionalArgument(
+      "page", "The page to open, or to start when it does not exist yet.",
+      "[PAGE]");
   const QCommandLineOption grab(
       "grab", "Save a picture of the window to FILE (PNG) and quit.", "FILE");
   parser.addOption(grab);
@@ -58,7 +64,7 @@ int main(int argc, char** argv) {
   window.show();
   // A page that cannot be opened has been refused with its reason; the
   // editor goes on with an empty page, as after File ▸ Open.
-  const bool opened = pages.isEmpty() || window.OpenFile(pages.front());
+  const bool opened = pages.isEmpty() || window.OpenOrStart(pages.front());
 
   if (parser.isSet(grab)) {
     if (!opened) return 1;

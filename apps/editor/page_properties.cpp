@@ -13,12 +13,13 @@
 namespace formwiz::editor {
 
 PagePropertiesDialog::PagePropertiesDialog(const QString& title,
-                                           QWidget* parent)
+                                           bool can_have_title, QWidget* parent)
     : QDialog(parent),
       title_(new QLineEdit(title)),
       problem_(new QLabel),
-      buttons_(new QDialogButtonBox(QDialogButtonBox::Ok |
-                                    QDialogButtonBox::Cancel)) {
+      buttons_(new QDialogButtonBox(
+          can_have_title ? QDialogButtonBox::Ok | QDialogButtonBox::Cancel
+                         : QDialogButtonBox::Close)) {
   setWindowTitle(tr("Page Properties"));
   setModal(true);
   auto* form = new QFormLayout;
@@ -28,15 +29,26 @@ PagePropertiesDialog::PagePropertiesDialog(const QString& title,
   hint->setWordWrap(true);
   form->addRow(QString(), hint);
   problem_->setWordWrap(true);
+  // The message names the <title> element; it is text, not markup.
+  problem_->setTextFormat(Qt::PlainText);
   auto* layout = new QVBoxLayout(this);
   layout->addLayout(form);
   layout->addWidget(problem_);
   layout->addWidget(buttons_);
   title_->setMinimumWidth(320);
   title_->selectAll();
-  connect(title_, &QLineEdit::textChanged, this, &PagePropertiesDialog::Check);
   connect(buttons_, &QDialogButtonBox::accepted, this, &QDialog::accept);
   connect(buttons_, &QDialogButtonBox::rejected, this, &QDialog::reject);
+  if (!can_have_title) {
+    title_->clear();
+    title_->setEnabled(false);
+    problem_->setText(
+        tr("This page has no <title> element (it is a part of a page, such as "
+           "a template, or its head has none), so there is no title to set "
+           "here. The page it becomes part of gives the title."));
+    return;
+  }
+  connect(title_, &QLineEdit::textChanged, this, &PagePropertiesDialog::Check);
   Check();
 }
 

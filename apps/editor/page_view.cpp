@@ -1,21 +1,32 @@
 #include "page_view.h"
 
+#include <QApplication>
+#include <QDrag>
+#include <QDropEvent>
 #include <QEvent>
 #include <QFrame>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
+#include <QMouseEvent>
 #include <QPixmap>
 #include <QVBoxLayout>
+
+#include "block_summary.h"
 
 namespace formwiz::editor {
 
 namespace {
 
 constexpr char kBlockProperty[] = "formwizBlock";
-constexpr char kObjectProperty[] = "formwizObject";
-constexpr int kPictureHeight = 64;
+constexpr char kKindProperty[] = "formwizKind";
+constexpr char kObjectKind[] = "object";
+constexpr char kForeignKind[] = "foreign";
+constexpr int kPictureHeight = 48;
+// How much of a foreign block its tooltip shows.
+constexpr qsizetype kTooltipBytes = 400;
 
 // The row frame's look: a highlighted border marks the current block; the
 // others keep a transparent one of the same width, so nothing moves.
@@ -26,10 +37,34 @@ void StyleRow(QFrame* row, bool current) {
                                "border-radius: 4px; }");
 }
 
+// The handle a row is dragged by.
+QLabel* MakeGrip() {
+  auto* grip = new QLabel(QString::fromUtf8("\xE2\x89\xA1"));  // ≡
+  grip->setObjectName("grip");
+  grip->setForegroundRole(QPalette::PlaceholderText);
+  grip->setCursor(Qt::OpenHandCursor);
+  grip->setToolTip(QObject::tr("Drag to move"));
+  return grip;
+}
+
+// Undo and redo belong to the page, not to the line a person types in: a
+// paragraph's own undo would take back text behind the page's back.
+bool IsPageUndoKey(const QKeyEvent& key) {
+  const QKeyCombination combination = key.keyCombination();
+  return key.matches(QKeySequence::Undo) || key.matches(QKeySequence::Redo) ||
+         combination == QKeyCombination(Qt::ControlModifier, Qt::Key_Z) ||
+         combination == QKeyCombination(Qt::ControlModifier, Qt::Key_Y) ||
+         combination == QKeyCombination(Qt::ControlModifier | Qt::ShiftModifier,
+                                        Qt::Key_Z);
+}
+
 }  // namespace
 
 PageView::PageView(QWidget* parent)
-    : QScrollArea(parent), canvas_(new QWidget), layout_(nullptr) {
+    : QScrollArea(parent),
+      canvas_(new QWidget),
+      layout_(nullptr),
+      drop_marker_(nullptr) {
   layout_ = new QVBoxLayout(canvas_);
   layout_->setSpacing(4);
   layout_->addStretch(1);
@@ -37,6 +72,17 @@ PageView::PageView(QWidget* parent)
   setWidgetResizable(true);
   canvas_->setBackgroundRole(QPalette::Base);
   canvas_->setAutoFillBackground(true);
+  canvas_->setAcceptDrops(true);
+  canvas_->installEventFilter(this);
+  // Outside the layout: it is placed by hand over the gap a drop would fill.
+  drop_marker_ = new QFrame(canvas_);
+  drop_marker_->setObjectName("dropMarker");
+  drop_marker_->setFixedHeight(2);
+  drop_marker_->setAutoFillBackground(true);
+  QPalette marker = drop_marker_->palette();
+  marker.setColor(QPalette::Window, marker.color(QPalette::Highlight));
+  drop_marker_->setPalette(marker);
+  drop_marker_->hide();
 }
 
 void PageView::ShowPage(const host::Page& page, std::optional<size_t> current) {
@@ -47,15 +93,20 @@ void PageView::ShowPage(const host::Page& page, std::optional<size_t> current) {
   }
   rows_.clear();
   current_.reset();
+  press_block_.reset();
   for (size_t i = 0; i < page.blocks.size(); ++i) {
     const host::PageBlock& block = page.blocks[i];
-    QFrame* row = block.object ? MakeObjectRow(i, *block.object)
-                               : MakeParagraphRow(i, block);
+    QFrame* row = block.object   ? MakeObjectRow(*block.object)
+                  : block.source ? MakeForeignRow(*block.source)
+                                 : MakeParagraphRow(i, block);
     row->setObjectName("block");
     row->setProperty(kBlockProperty, static_cast<qulonglong>(i));
     StyleRow(row, false);
     // The stretch stays last, so rows gather at the top.
     layout_->insertWidget(layout_->count() - 1, row);
+    // Shown now, not by the layout's queued show: a hidden row cannot take
+    // the focus that FocusBlock gives it below.
+    row->show();
     rows_.push_back(row);
   }
   if (current && *current < rows_.size()) {
@@ -71,15 +122,24 @@ void PageView::RefreshObjects(const host::Page& page) {
   }
 }
 
+void PageView::SetParagraphText(size_t index, const QString& text) {
+  if (!IsParagraphRow(index)) return;
+  auto* edit = rows_[index]->findChild<QLineEdit*>();
+  if (edit && edit->text() != text) edit->setText(text);
+}
+
 QFrame* PageView::MakeParagraphRow(size_t index, const host::PageBlock& block) {
   auto* row = new QFrame;
   auto* layout = new QHBoxLayout(row);
   layout->setContentsMargins(4, 4, 4, 4);
+  QLabel* grip = MakeGrip();
+  grip->installEventFilter(this);
   auto* edit = new QLineEdit(QString::fromStdString(block.text));
   edit->setPlaceholderText(tr("Type a paragraph"));
   edit->setFrame(false);
   edit->installEventFilter(this);
-  layout->addWidget(edit);
+  layout->addWidget(grip);
+  layout->addWidget(edit, 1);
   // textEdited, not textChanged: only the person's typing changes the page.
   connect(edit, &QLineEdit::textEdited, this,
           [this, index](const QString& text) {
@@ -91,17 +151,17 @@ QFrame* PageView::MakeParagraphRow(size_t index, const host::PageBlock& block) {
   return row;
 }
 
-QFrame* PageView::MakeObjectRow(size_t /*index*/,
-                                const host::PageObject& object) {
+QFrame* PageView::MakeObjectRow(const host::PageObject& object) {
   auto* row = new QFrame;
   auto* layout = new QHBoxLayout(row);
-  layout->setContentsMargins(6, 6, 6, 6);
+  layout->setContentsMargins(4, 6, 6, 6);
   auto* picture = new QLabel;
   picture->setObjectName("picture");
   picture->setMinimumSize(kPictureHeight, kPictureHeight);
   picture->setAlignment(Qt::AlignCenter);
   auto* name = new QLabel;
   name->setObjectName("name");
+  name->setTextFormat(Qt::PlainText);
   QFont bold = name->font();
   bold.setBold(true);
   name->setFont(bold);
@@ -111,15 +171,55 @@ QFrame* PageView::MakeObjectRow(size_t /*index*/,
   texts->addWidget(name);
   texts->addWidget(hint);
   texts->addStretch(1);
+  layout->addWidget(MakeGrip());
   layout->addWidget(picture);
   layout->addLayout(texts, 1);
-  row->setProperty(kObjectProperty, true);
+  row->setProperty(kKindProperty, kObjectKind);
   row->setFocusPolicy(Qt::StrongFocus);
   row->installEventFilter(this);
-  picture->installEventFilter(this);
-  name->installEventFilter(this);
-  hint->installEventFilter(this);
+  for (QLabel* label : row->findChildren<QLabel*>()) {
+    label->installEventFilter(this);
+  }
   FillObjectRow(row, object);
+  return row;
+}
+
+QFrame* PageView::MakeForeignRow(const std::string& source) {
+  const BlockSummary summary = SummarizeBlock(source);
+  auto* row = new QFrame;
+  auto* layout = new QHBoxLayout(row);
+  layout->setContentsMargins(4, 4, 6, 4);
+  auto* tag = new QLabel(summary.tag.empty()
+                             ? tr("text")
+                             : QString::fromStdString("<" + summary.tag + ">"));
+  tag->setObjectName("tag");
+  // What a page says is shown as text: "<h1>" is a name here, not markup.
+  tag->setTextFormat(Qt::PlainText);
+  tag->setForegroundRole(QPalette::PlaceholderText);
+  auto* words = new QLabel(QString::fromStdString(summary.words));
+  words->setObjectName("words");
+  words->setTextFormat(Qt::PlainText);
+  // Long words are cut by the summary; the row never widens the outline.
+  words->setMinimumWidth(0);
+  words->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+  layout->addWidget(MakeGrip());
+  layout->addWidget(tag);
+  layout->addWidget(words, 1);
+  // The block's own HTML, for a person who wants to know exactly which.
+  QString tip =
+      QString::fromUtf8(source.data(),
+                        std::min<qsizetype>(source.size(), kTooltipBytes))
+          .trimmed();
+  if (static_cast<qsizetype>(source.size()) > kTooltipBytes) {
+    tip += QString::fromUtf8("\xE2\x80\xA6");
+  }
+  row->setToolTip(tr("Kept as it is in the page:\n%1").arg(tip));
+  row->setProperty(kKindProperty, kForeignKind);
+  row->setFocusPolicy(Qt::StrongFocus);
+  row->installEventFilter(this);
+  for (QLabel* label : row->findChildren<QLabel*>()) {
+    label->installEventFilter(this);
+  }
   return row;
 }
 
@@ -159,9 +259,14 @@ void PageView::SetCurrent(std::optional<size_t> index) {
   emit CurrentChanged();
 }
 
+bool PageView::IsParagraphRow(size_t index) const {
+  return index < rows_.size() &&
+         !rows_[index]->property(kKindProperty).isValid();
+}
+
 bool PageView::IsObjectRow(size_t index) const {
   return index < rows_.size() &&
-         rows_[index]->property(kObjectProperty).toBool();
+         rows_[index]->property(kKindProperty).toString() == kObjectKind;
 }
 
 std::optional<size_t> PageView::BlockOf(QObject* widget) const {
@@ -172,12 +277,110 @@ std::optional<size_t> PageView::BlockOf(QObject* widget) const {
   return std::nullopt;
 }
 
+QMimeData* PageView::MimeFor(size_t index) {
+  auto* mime = new QMimeData;
+  mime->setData(kBlockMimeType, QByteArray::number(qulonglong{index}));
+  return mime;
+}
+
+void PageView::StartDrag(size_t index) {
+  if (index >= rows_.size()) return;
+  auto* drag = new QDrag(this);
+  drag->setMimeData(MimeFor(index));
+  drag->setPixmap(rows_[index]->grab());
+  // The drop itself asks for the move (MoveRequested); exec only runs the
+  // drag, and the rows may be rebuilt before it returns.
+  drag->exec(Qt::MoveAction);
+}
+
+size_t PageView::GapAt(int y) const {
+  for (size_t i = 0; i < rows_.size(); ++i) {
+    if (y < rows_[i]->geometry().center().y()) return i;
+  }
+  return rows_.size();
+}
+
+bool PageView::CanvasDragEvent(QEvent* event) {
+  if (event->type() == QEvent::DragLeave) {
+    drop_marker_->hide();
+    return true;
+  }
+  auto* drop = static_cast<QDropEvent*>(event);
+  bool ok = false;
+  const size_t from = static_cast<size_t>(
+      drop->mimeData()->data(kBlockMimeType).toULongLong(&ok));
+  // Another program's drop, or a stale index: not ours.
+  if (!drop->mimeData()->hasFormat(kBlockMimeType) || !ok ||
+      from >= rows_.size()) {
+    drop->ignore();
+    drop_marker_->hide();
+    return true;
+  }
+  const size_t gap = GapAt(drop->position().toPoint().y());
+  if (event->type() == QEvent::Drop) {
+    drop_marker_->hide();
+    drop->setDropAction(Qt::MoveAction);
+    drop->accept();
+    // The gap below the block itself leaves it where it is.
+    const size_t to = gap > from ? gap - 1 : gap;
+    if (to != from) emit MoveRequested(from, to);
+    return true;
+  }
+  drop->setDropAction(Qt::MoveAction);
+  drop->accept();
+  const int y =
+      gap < rows_.size()
+          ? rows_[gap]->geometry().top() - layout_->spacing() / 2
+          : rows_.back()->geometry().bottom() + layout_->spacing() / 2;
+  drop_marker_->setGeometry(0, y - 1, canvas_->width(), 2);
+  drop_marker_->raise();
+  drop_marker_->show();
+  return true;
+}
+
 bool PageView::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == canvas_) {
+    switch (event->type()) {
+      case QEvent::DragEnter:
+      case QEvent::DragMove:
+      case QEvent::DragLeave:
+      case QEvent::Drop:
+        return CanvasDragEvent(event);
+      default:
+        return QScrollArea::eventFilter(watched, event);
+    }
+  }
   switch (event->type()) {
     case QEvent::FocusIn:
-    case QEvent::MouseButtonPress:
       if (auto block = BlockOf(watched)) SetCurrent(block);
       break;
+    case QEvent::MouseButtonPress:
+      if (auto block = BlockOf(watched)) {
+        SetCurrent(block);
+        // A paragraph's text keeps its own dragging: it selects there.
+        if (!qobject_cast<QLineEdit*>(watched) &&
+            static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
+          press_block_ = block;
+          press_at_ =
+              static_cast<QMouseEvent*>(event)->globalPosition().toPoint();
+        }
+      }
+      break;
+    case QEvent::MouseButtonRelease:
+      press_block_.reset();
+      break;
+    case QEvent::MouseMove: {
+      auto* mouse = static_cast<QMouseEvent*>(event);
+      if (press_block_ && (mouse->buttons() & Qt::LeftButton) &&
+          (mouse->globalPosition().toPoint() - press_at_).manhattanLength() >=
+              QApplication::startDragDistance()) {
+        const size_t block = *press_block_;
+        press_block_.reset();
+        StartDrag(block);
+        return true;
+      }
+      break;
+    }
     case QEvent::MouseButtonDblClick:
       // A paragraph keeps its double-click: it selects a word there.
       if (auto block = BlockOf(watched); block && IsObjectRow(*block)) {
@@ -186,13 +389,21 @@ bool PageView::eventFilter(QObject* watched, QEvent* event) {
         return true;
       }
       break;
+    case QEvent::ShortcutOverride:
+      // Left to the window's Undo and Redo, which the line would take.
+      if (qobject_cast<QLineEdit*>(watched) &&
+          IsPageUndoKey(*static_cast<QKeyEvent*>(event))) {
+        return true;
+      }
+      break;
     case QEvent::KeyPress: {
       const int key = static_cast<QKeyEvent*>(event)->key();
-      // Only the object rows' own keys: a paragraph's Enter is its
-      // returnPressed.
+      // Only the keys of rows without text: a paragraph's Enter is its
+      // returnPressed, and its Delete deletes a character.
       const auto block = BlockOf(watched);
-      if (!block || !IsObjectRow(*block)) break;
-      if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+      if (!block || IsParagraphRow(*block)) break;
+      if (IsObjectRow(*block) &&
+          (key == Qt::Key_Return || key == Qt::Key_Enter)) {
         emit ObjectActivated(*block);
         return true;
       }

@@ -1,13 +1,20 @@
-// The editor's window on real page files, offscreen, with the questions it
-// asks a person answered by the test.
+// The editor's window on real page files and on someone else's page,
+// offscreen, with the questions it asks a person answered by the test.
 #include <gtest/gtest.h>
 
 #include <QDialogButtonBox>
+#include <QDropEvent>
 #include <QLabel>
+#include <QLayout>
 #include <QLineEdit>
+#include <QMenu>
+#include <QMimeData>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QSettings>
+#include <QStandardPaths>
 #include <QTemporaryDir>
+#include <QUndoStack>
 #include <deque>
 #include <filesystem>
 #include <fstream>
@@ -15,11 +22,13 @@
 #include <iterator>
 
 #include "../qt_test_support.h"
+#include "block_summary.h"
 #include "component/identity.h"
 #include "editor_window.h"
 #include "host/orb_catalog.h"
 #include "page_properties.h"
 #include "page_view.h"
+#include "page_web_view.h"
 
 namespace formwiz::editor {
 namespace {
@@ -28,11 +37,36 @@ namespace fs = std::filesystem;
 
 const fs::path kOrbs = fs::path(FORMWIZ_SOURCE_DIR) / "orbs";
 
+// The recent files go to a folder of the test's own, never to the
+// settings of the person who runs it.
+class IsolatedSettings : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    QStandardPaths::setTestModeEnabled(true);
+    dir_ = std::make_unique<QTemporaryDir>();
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
+                       dir_->path());
+  }
+  void TearDown() override { dir_.reset(); }
+  static QString Folder() { return dir_->path(); }
+
+ private:
+  static inline std::unique_ptr<QTemporaryDir> dir_;
+};
+[[maybe_unused]] ::testing::Environment* const kSettings =
+    ::testing::AddGlobalTestEnvironment(new IsolatedSettings);
+
+// The window's page view has a URL scheme that Qt WebEngine must know
+// before the shared main makes the application.
+[[maybe_unused]] const bool kSchemeRegistered =
+    (PageWebView::RegisterScheme(), true);
+
 class TestWindow : public EditorWindow {
  public:
   TestWindow() : EditorWindow({}) {}
   std::deque<QMessageBox::StandardButton> answers;
   int questions = 0;
+  int save_paths_asked = 0;
   QStringList errors;
 
  protected:
@@ -45,6 +79,10 @@ class TestWindow : public EditorWindow {
   }
   void ShowError(const QString&, const QString& text) override {
     errors << text;
+  }
+  QString AskSavePath() override {
+    ++save_paths_asked;
+    return {};
   }
 };
 
@@ -87,7 +125,7 @@ TEST(EditorWindowTest, OpensEditsDeletesAsksAndRefusesADamagedFile) {
   EXPECT_EQ(ParagraphText(view, 0), "Before the form");
   EXPECT_EQ(view.Row(1)->findChild<QLabel*>("name")->text(), "Contact us");
   EXPECT_FALSE(view.Row(1)->findChild<QLabel*>("picture")->pixmap().isNull());
-  EXPECT_TRUE(window.preview()->toPlainText().contains("After"));
+  EXPECT_TRUE(window.web_view()->ShownHtml().contains("After"));
   EXPECT_FALSE(window.IsModified());
 
   // Typing reaches the page; deleting the object takes it from the document.
@@ -164,13 +202,39 @@ TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
             ReadBytes(kOrbs / "form" / "form.png"));
   EXPECT_EQ(window.view()->Current(), 1u);
 
-  // A double-click opens the object again; closing the wizard keeps it.
+  // A double-click opens the object again; closing the wizard keeps it,
+  // and is no step to undo.
   const std::string html = *blocks[1].object->html_source;
+  QUndoStack& stack = *window.undo_stack();
+  const int steps = stack.count();
   qtui::Person closer;
   closer.At("frmWizard", [](qtui::FormView& view) { view.close(); });
   QTest::mouseDClick(window.view()->Row(1), Qt::LeftButton);
   EXPECT_TRUE(closer.Done());
   EXPECT_EQ(blocks[1].object->html_source, html);
+  EXPECT_EQ(stack.count(), steps);
+
+  // Reopened and finished with another address: one step, which undo takes
+  // back to the form as it was.
+  qtui::Person editor;
+  editor.At("frmWizard", [](qtui::FormView& view) {
+    qtui::Click(view, "cmdNav(2)");
+    qtui::Click(view, "cmdNav(2)");
+    auto* address = qtui::Get<QLineEdit>(view, "txtEmailAddr");
+    address->selectAll();
+    QTest::keyClicks(address, "orders@example.org");
+    qtui::Click(view, "cmdNav(4)");
+  });
+  window.EditObject();
+  EXPECT_TRUE(editor.Done());
+  const std::string edited = *blocks[1].object->html_source;
+  EXPECT_NE(edited.find("orders@example.org"), std::string::npos);
+  ASSERT_EQ(stack.count(), steps + 1);
+  EXPECT_EQ(stack.undoText(), "Edit Form");
+  stack.undo();
+  EXPECT_EQ(blocks[1].object->html_source, html);
+  stack.redo();
+  EXPECT_EQ(blocks[1].object->html_source, edited);
   EXPECT_TRUE(window.errors.isEmpty());
 }
 
@@ -236,6 +300,437 @@ TEST(EditorWindowTest, PropertiesSetTheTitleOnlyWhenAcceptedAndValid) {
   EXPECT_NE(
       text.find("<title>Ask &lt;for&gt; our caf\xC3\xA9 &amp; more</title>"),
       std::string::npos);
+}
+
+// What undo must give back: the page as it would be saved, and its
+// document's objects in their order.
+std::string Snapshot(const host::Page& page) {
+  std::string out = host::WritePage(page);
+  for (const auto& object : page.document->objects) {
+    out += "|" + object->display_name.value_or("?");
+  }
+  return out;
+}
+
+// A key as a person presses it: to whatever has the focus, so that the
+// shortcuts of the window and the widget's own keys meet as they do; to the
+// window when a dialog has just closed and nothing has it yet.
+void Press(QWidget& window, QKeyCombination key) {
+  QWidget* target = QApplication::focusWidget();
+  QTest::keyClick(target ? target : &window, key.key(),
+                  key.keyboardModifiers());
+}
+
+QAction* ActionWithShortcut(QWidget& window, const QKeySequence& keys) {
+  for (QAction* action : window.findChildren<QAction*>()) {
+    if (action->shortcuts().contains(keys)) return action;
+  }
+  return nullptr;
+}
+
+// Drags the row of block `from` onto the outline at `at` (canvas
+// coordinates), through the events a real drop sends.
+void DropRow(PageView& view, size_t from, QPoint at) {
+  view.canvas()->layout()->activate();
+  const std::unique_ptr<QMimeData> mime(PageView::MimeFor(from));
+  QDragEnterEvent enter(at, Qt::MoveAction, mime.get(), Qt::LeftButton, {});
+  QApplication::sendEvent(view.canvas(), &enter);
+  QDragMoveEvent move(at, Qt::MoveAction, mime.get(), Qt::LeftButton, {});
+  QApplication::sendEvent(view.canvas(), &move);
+  QDropEvent drop(at, Qt::MoveAction, mime.get(), Qt::LeftButton, {});
+  QApplication::sendEvent(view.canvas(), &drop);
+}
+
+QPoint BelowLastRow(PageView& view) {
+  view.canvas()->layout()->activate();
+  return {10, view.Row(view.BlockCount() - 1)->geometry().bottom() + 2};
+}
+
+void ShowActive(QWidget& window) {
+  window.show();
+  window.activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+}
+
+TEST(EditorUndoTest, EachStepHasItsNameAndUndoGivesBackEachPage) {
+  QTemporaryDir dir;
+  const QString file = dir.filePath("page.html");
+  WriteSamplePage(file);
+  TestWindow window;
+  ShowActive(window);
+  ASSERT_TRUE(window.OpenFile(file));
+  PageView& view = *window.view();
+  QUndoStack& stack = *window.undo_stack();
+  const auto title_to = [&](const QString& title) {
+    WhenPropertiesShown(&window, [title](PagePropertiesDialog& dialog) {
+      dialog.title_edit()->setText(title);
+      dialog.accept();
+    });
+    window.EditProperties();
+    // The window is active again once the dialog has gone, as for a person.
+    ShowActive(window);
+  };
+  struct Step {
+    const char* name;
+    std::function<void()> act;
+  };
+  // Blocks: Before the form, Contact us, After.
+  const std::vector<Step> steps = {
+      {"Insert Paragraph",
+       [&] {
+         view.FocusBlock(0);
+         Press(window, Qt::CTRL | Qt::Key_Return);
+       }},
+      // Three keys, one step.
+      {"Typing", [&] { QTest::keyClicks(QApplication::focusWidget(), "new"); }},
+      {"Move Down", [&] { Press(window, Qt::ALT | Qt::Key_Down); }},
+      {"Move Up", [&] { Press(window, Qt::ALT | Qt::Key_Up); }},
+      {"Move Paragraph", [&] { DropRow(view, 0, BelowLastRow(view)); }},
+      {"Delete Contact us",
+       [&] {
+         view.FocusBlock(1);
+         Press(window, QKeyCombination(Qt::Key_Delete));
+       }},
+      {"Change Title", [&] { title_to("Opening hours"); }},
+  };
+  std::vector<std::string> pages = {Snapshot(window.page())};
+  for (size_t i = 0; i < steps.size(); ++i) {
+    SCOPED_TRACE(steps[i].name);
+    steps[i].act();
+    ASSERT_EQ(stack.count(), static_cast<int>(i + 1));
+    EXPECT_EQ(stack.undoText(), steps[i].name);
+    EXPECT_TRUE(window.IsModified());
+    pages.push_back(Snapshot(window.page()));
+    EXPECT_TRUE(pages.back() != pages[pages.size() - 2]);
+  }
+  const auto& blocks = window.page().blocks;
+  ASSERT_EQ(blocks.size(), 3u);
+  EXPECT_EQ(blocks[0].text, "new");
+  EXPECT_EQ(blocks[2].text, "Before the form");
+  EXPECT_TRUE(window.page().document->objects.empty());
+  // Neither a drop on the row's own place nor a title as it is makes a step.
+  DropRow(view, 1, view.Row(1)->geometry().center());
+  title_to("Opening hours");
+  EXPECT_EQ(stack.count(), static_cast<int>(steps.size()));
+
+  QAction* undo =
+      ActionWithShortcut(window, QKeySequence(Qt::CTRL | Qt::Key_Z));
+  QAction* redo =
+      ActionWithShortcut(window, QKeySequence(Qt::CTRL | Qt::Key_Y));
+  ASSERT_NE(undo, nullptr);
+  ASSERT_NE(redo, nullptr);
+  EXPECT_TRUE(redo->shortcuts().contains(
+      QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z)));
+  for (size_t i = steps.size(); i-- > 0;) {
+    SCOPED_TRACE(steps[i].name);
+    EXPECT_EQ(undo->text().toStdString(),
+              std::string("&Undo ") + steps[i].name);
+    Press(window, Qt::CTRL | Qt::Key_Z);
+    EXPECT_TRUE(Snapshot(window.page()) == pages[i]);
+    EXPECT_EQ(redo->text().toStdString(),
+              std::string("&Redo ") + steps[i].name);
+  }
+  EXPECT_FALSE(window.IsModified());
+  EXPECT_FALSE(undo->isEnabled());
+  for (size_t i = 0; i < steps.size(); ++i) {
+    SCOPED_TRACE(steps[i].name);
+    Press(window, i % 2 ? QKeyCombination(Qt::CTRL | Qt::Key_Y)
+                        : QKeyCombination(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
+    EXPECT_TRUE(Snapshot(window.page()) == pages[i + 1]);
+  }
+  // The outline follows: the rows are those of the page.
+  ASSERT_EQ(view.BlockCount(), 3u);
+  EXPECT_EQ(ParagraphText(view, 0), "new");
+}
+
+// Someone else's page, with what such pages hold around their blocks: a
+// head with a script and a style, CR LF line ends, a comment, non-ASCII.
+const std::string kForeignPage =
+    "<!DOCTYPE html>\r\n<html lang=\"fr\">\r\n<head>\r\n"
+    "<meta charset=\"utf-8\">\r\n<title>Caf\xC3\xA9 du Port</title>\r\n"
+    "<style>h1 { color: teal }</style>\r\n"
+    "<script>var opened = 9;</script>\r\n</head>\r\n"
+    "<body class=\"home\">\r\n<h1>Bienvenue</h1>\r\n<!-- the hours -->\r\n"
+    "<p>Ouvert <b>tous</b> les jours.</p>\r\n"
+    "<div class=\"map\">Plan d'acc\xC3\xA8s</div>\r\n</body>\r\n</html>\r\n";
+
+TEST(EditorUndoTest, AForeignPageComesBackByteForByteOnceAllIsUndone) {
+  QTemporaryDir dir;
+  const QString file = dir.filePath("cafe.html");
+  std::ofstream(file.toStdString(), std::ios::binary) << kForeignPage;
+  TestWindow window;
+  ShowActive(window);
+  ASSERT_TRUE(window.OpenFile(file)) << window.errors.join("\n").toStdString();
+  PageView& view = *window.view();
+  const auto& blocks = window.page().blocks;
+  ASSERT_EQ(blocks.size(), 3u);
+  // Each block of the page is a row of its own, named and never typed in.
+  const std::vector<std::pair<QString, QString>> rows = {
+      {"<h1>", "Bienvenue"},
+      {"<p>", "Ouvert tous les jours."},
+      {"<div>", QString::fromUtf8("Plan d'acc\xC3\xA8s")}};
+  for (size_t i = 0; i < rows.size(); ++i) {
+    ASSERT_TRUE(blocks[i].source.has_value());
+    EXPECT_EQ(view.Row(i)->findChild<QLabel*>("tag")->text(), rows[i].first);
+    EXPECT_EQ(view.Row(i)->findChild<QLabel*>("words")->text(), rows[i].second);
+    EXPECT_EQ(view.Row(i)->findChild<QLineEdit*>(), nullptr);
+  }
+
+  // A form after the heading, the wizard driven as a person drives it.
+  view.FocusBlock(0);
+  qtui::Person person;
+  person.At("frmWizard", [](qtui::FormView& wizard) {
+    qtui::Click(wizard, "optForm(1)");
+    qtui::Click(wizard, "cmdNav(3)");
+    QTest::keyClicks(qtui::Get<QLineEdit>(wizard, "txtEmailAddr"),
+                     "port@example.org");
+    qtui::Click(wizard, "cmdNav(4)");
+  });
+  window.InsertOrb(kOrbs / "form" / "form.qlo");
+  ASSERT_TRUE(person.Done());
+  ShowActive(window);
+  ASSERT_EQ(blocks.size(), 4u);
+  const std::shared_ptr<host::PageObject> form = blocks[1].object;
+  ASSERT_NE(form, nullptr);
+  const ObjectState defined = ObjectState::Of(*form);
+  // A paragraph after it; the map moved up above the opening hours.
+  window.InsertParagraph();
+  QTest::keyClicks(view.Row(2)->findChild<QLineEdit*>(), "Appelez-nous");
+  view.FocusBlock(4);
+  Press(window, Qt::ALT | Qt::Key_Up);
+  ASSERT_EQ(blocks.size(), 5u);
+  EXPECT_EQ(blocks[2].text, "Appelez-nous");
+  EXPECT_EQ(view.Row(3)->findChild<QLabel*>("tag")->text(), "<div>");
+  const std::string edited = host::WritePage(window.page());
+  EXPECT_NE(edited.find("port@example.org"), std::string::npos);
+  EXPECT_NE(edited.find("<script>var opened = 9;</script>\r\n"),
+            std::string::npos);
+
+  // The form deleted and brought back: the same object with the same
+  // definition, at its place and in the document.
+  view.FocusBlock(1);
+  Press(window, QKeyCombination(Qt::Key_Delete));
+  ASSERT_EQ(blocks.size(), 4u);
+  EXPECT_TRUE(window.page().document->objects.empty());
+  Press(window, Qt::CTRL | Qt::Key_Z);
+  ASSERT_EQ(blocks.size(), 5u);
+  EXPECT_EQ(blocks[1].object, form);
+  EXPECT_TRUE(ObjectState::Of(*form) == defined);
+  EXPECT_EQ(window.page().document->objects,
+            std::vector<std::shared_ptr<host::PageObject>>{form});
+  EXPECT_EQ(host::WritePage(window.page()), edited);
+  Press(window, Qt::CTRL | Qt::Key_Y);
+  EXPECT_TRUE(window.page().document->objects.empty());
+
+  WhenPropertiesShown(&window, [](PagePropertiesDialog& dialog) {
+    EXPECT_TRUE(dialog.title_edit()->isEnabled());
+    EXPECT_EQ(dialog.Title(), QString::fromUtf8("Caf\xC3\xA9 du Port"));
+    dialog.title_edit()->setText("Contact");
+    dialog.accept();
+  });
+  window.EditProperties();
+  ShowActive(window);
+  EXPECT_EQ(window.page().title, "Contact");
+  EXPECT_EQ(window.undo_stack()->undoText(), "Change Title");
+
+  // Everything undone: the page is as it was opened, and saves as the very
+  // same bytes.
+  while (window.undo_stack()->canUndo()) Press(window, Qt::CTRL | Qt::Key_Z);
+  EXPECT_FALSE(window.IsModified());
+  ASSERT_TRUE(window.Save());
+  std::ifstream in(file.toStdString(), std::ios::binary);
+  const std::string saved{std::istreambuf_iterator<char>(in), {}};
+  EXPECT_EQ(saved, kForeignPage);
+}
+
+TEST(EditorWindowTest, APageWithoutTitleSaysSoInItsProperties) {
+  QTemporaryDir dir;
+  const QString file = dir.filePath("partial.html");
+  std::ofstream(file.toStdString(), std::ios::binary)
+      << "<section>\n<h2>Contact</h2>\n</section>\n";
+  TestWindow window;
+  window.show();
+  ASSERT_TRUE(window.OpenFile(file)) << window.errors.join("\n").toStdString();
+  WhenPropertiesShown(&window, [](PagePropertiesDialog& dialog) {
+    EXPECT_FALSE(dialog.title_edit()->isEnabled());
+    EXPECT_TRUE(dialog.problem()->text().contains("no <title>"));
+    EXPECT_EQ(dialog.buttons()->button(QDialogButtonBox::Ok), nullptr);
+    dialog.accept();
+  });
+  window.EditProperties();
+  EXPECT_FALSE(window.undo_stack()->canUndo());
+  EXPECT_FALSE(window.IsModified());
+}
+
+TEST(EditorUndoTest, KeysMergeWithinOneParagraphOnly) {
+  QTemporaryDir dir;
+  const QString file = dir.filePath("page.html");
+  WriteSamplePage(file);
+  TestWindow window;
+  ShowActive(window);
+  ASSERT_TRUE(window.OpenFile(file));
+  PageView& view = *window.view();
+  QUndoStack& stack = *window.undo_stack();
+  struct Typing {
+    size_t block;
+    QString keys;
+    int steps_after;
+  };
+  const std::vector<Typing> typings = {
+      {0, "ab", 1},
+      {2, "cd", 2},
+      // The same paragraph as the first, but after another: a new step.
+      {0, "ef", 3},
+      {0, "gh", 3},
+      // A key typed and taken back is no step at all.
+      {2, "x\b", 3},
+  };
+  for (const Typing& typing : typings) {
+    SCOPED_TRACE(typing.keys.toStdString());
+    view.FocusBlock(typing.block);
+    auto* edit = view.Row(typing.block)->findChild<QLineEdit*>();
+    edit->end(false);
+    QTest::keyClicks(edit, typing.keys);
+    EXPECT_EQ(stack.count(), typing.steps_after);
+  }
+  EXPECT_EQ(window.page().blocks[0].text, "Before the formabefgh");
+  stack.undo();
+  EXPECT_EQ(window.page().blocks[0].text, "Before the formab");
+  EXPECT_EQ(ParagraphText(view, 0), "Before the formab");
+  // The saved state is a border: typing after it is a step of its own, and
+  // undoing that is the saved page again.
+  stack.redo();
+  ASSERT_TRUE(window.Save());
+  view.FocusBlock(0);
+  QTest::keyClicks(view.Row(0)->findChild<QLineEdit*>(), "i");
+  EXPECT_EQ(stack.count(), 4);
+  EXPECT_TRUE(window.IsModified());
+  stack.undo();
+  EXPECT_FALSE(window.IsModified());
+}
+
+TEST(EditorWindowTest, RecentFilesKeepTheLastEightAndDropVanishedOnes) {
+  QTemporaryDir dir;
+  // Never the person's own settings.
+  ASSERT_TRUE(QSettings("formwiz", "formwiz-editor")
+                  .fileName()
+                  .startsWith(IsolatedSettings::Folder()));
+  QStringList files;
+  for (int i = 0; i < 10; ++i) {
+    files << QFileInfo(dir.filePath(QString("page%1.html").arg(i)))
+                 .absoluteFilePath();
+    WriteSamplePage(files.back());
+  }
+  {
+    TestWindow window;
+    for (const QString& file : files) ASSERT_TRUE(window.OpenFile(file));
+    // Opened again: to the top, once.
+    ASSERT_TRUE(window.OpenFile(files[5]));
+  }
+  TestWindow window;
+  const QStringList expected = {files[5], files[9], files[8], files[7],
+                                files[6], files[4], files[3], files[2]};
+  EXPECT_EQ(window.RecentFiles(), expected);
+  auto* menu = window.findChild<QMenu*>();
+  QMenu* recent = nullptr;
+  for (QMenu* candidate : window.findChildren<QMenu*>()) {
+    if (candidate->title() == "Open &Recent") recent = candidate;
+  }
+  ASSERT_NE(menu, nullptr);
+  ASSERT_NE(recent, nullptr);
+  ASSERT_EQ(recent->actions().size(), EditorWindow::kRecentFileCount);
+  EXPECT_TRUE(recent->actions()[1]->text().endsWith("page9.html"));
+
+  // Chosen from the menu: opened.
+  recent->actions()[2]->trigger();
+  EXPECT_EQ(window.path(), files[8]);
+  // A file that has gone is taken off, and the page stays.
+  ASSERT_TRUE(QFile::remove(files[7]));
+  window.OpenRecent(files[7]);
+  ASSERT_EQ(window.errors.size(), 1);
+  EXPECT_TRUE(window.errors[0].contains("page7.html"));
+  EXPECT_EQ(window.path(), files[8]);
+  EXPECT_FALSE(window.RecentFiles().contains(files[7]));
+  EXPECT_EQ(recent->actions().size(), EditorWindow::kRecentFileCount - 1);
+}
+
+TEST(EditorWindowTest, APathThatIsNotThereStartsANewPageSavedThere) {
+  QTemporaryDir dir;
+  const QString fresh = dir.filePath("NEW.html");
+  ASSERT_TRUE(QDir(dir.path()).mkdir("folder"));
+  ASSERT_TRUE(
+      QFile::link(dir.filePath("nowhere.html"), dir.filePath("dangling.html")));
+  struct Case {
+    QString path;
+    bool started;
+  };
+  const std::vector<Case> cases = {
+      {fresh, true},
+      {dir.filePath("missing/NEW.html"), false},
+      // There, but no page to read.
+      {dir.filePath("folder"), false},
+      {dir.filePath("dangling.html"), false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path.toStdString());
+    TestWindow window;
+    window.show();
+    EXPECT_EQ(window.OpenOrStart(c.path), c.started);
+    EXPECT_EQ(window.errors.size(), c.started ? 0 : 1);
+    EXPECT_EQ(window.path(),
+              c.started ? QFileInfo(c.path).absoluteFilePath() : QString());
+    EXPECT_TRUE(window.page().blocks.empty());
+    EXPECT_FALSE(window.IsModified());
+    if (!c.started) continue;
+    EXPECT_FALSE(QFileInfo::exists(fresh));
+    window.InsertParagraph();
+    QTest::keyClicks(window.view()->Row(0)->findChild<QLineEdit*>(), "Hello");
+    ASSERT_TRUE(window.Save());
+    EXPECT_EQ(window.save_paths_asked, 0);
+    std::ifstream in(fresh.toStdString(), std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    host::Page saved;
+    std::string error;
+    ASSERT_TRUE(host::ReadPage(text, saved, error)) << error;
+    ASSERT_EQ(saved.blocks.size(), 1u);
+    EXPECT_EQ(saved.blocks[0].text, "Hello");
+  }
+}
+
+TEST(BlockSummaryTest, NamesTheElementAndItsFirstWords) {
+  struct Case {
+    std::string html;
+    std::string tag;
+    std::string words;
+  };
+  const std::string long_text = "<p>" + std::string(20, 'a') + " " +
+                                std::string(30, 'b') + " " +
+                                std::string(30, 'c') + "</p>";
+  const std::vector<Case> cases = {
+      {"<h1>Welcome</h1>\r\n\r\n", "h1", "Welcome"},
+      {"<P CLASS=x>Open <b>daily</b>\n  from   9.</P>", "p",
+       "Open daily from 9."},
+      {"<my-Widget data-x>Hi</my-Widget>", "my-widget", "Hi"},
+      {"<!-- opening\n hours -->\n", "#comment", "opening hours"},
+      {"<!-- the hours -->\r\n<p>Open</p>", "p", "Open"},
+      {"Some <b>bold</b> text\n", "", "Some bold text"},
+      {"<script>var a = '<p>';</script>", "script", ""},
+      {"<table><tr><td>Cell</td></tr></table>", "table", "Cell"},
+      {long_text, "p",
+       std::string(20, 'a') + " " + std::string(30, 'b') + "\xE2\x80\xA6"},
+      {"<p>" + std::string(70, 'x') + "</p>", "p",
+       std::string(kSummaryWordsLimit, 'x') + "\xE2\x80\xA6"},
+      // Cut inside a character: at its start instead.
+      {"<p>" + std::string(59, 'x') + "\xC3\xA9\xC3\xA9</p>", "p",
+       std::string(59, 'x') + "\xE2\x80\xA6"},
+      {"", "", ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.html);
+    const BlockSummary summary = SummarizeBlock(c.html);
+    EXPECT_EQ(summary.tag, c.tag);
+    EXPECT_EQ(summary.words, c.words);
+  }
 }
 
 }  // namespace
