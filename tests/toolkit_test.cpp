@@ -2,6 +2,7 @@
 // the user-input entry point.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -131,6 +132,100 @@ TEST(Toolkit, UserInputFollowsWhatAPersonCanDo) {
   EXPECT_EQ(ui.outcomes[7].why, "not on this dialog");
   EXPECT_FALSE(form.Shown());
   EXPECT_TRUE(form.Loaded());
+}
+
+// Logs what a list tells its view, with the rows as they are at that moment.
+struct RowLog : ListObserver {
+  explicit RowLog(const Control& list) : list(list) {}
+  void RowInserted(int row) override { Note("insert", row); }
+  void RowRemoved(int row) override { Note("remove", row); }
+  void RowChanged(int row) override { Note("change", row); }
+  void RowsReset() override { Note("reset", -1); }
+  void ListDestroyed() override { log.push_back("gone"); }
+  void Note(const char* what, int row) {
+    std::string rows;
+    for (const ListRow& r : list.Rows())
+      rows += r.text + (r.checked ? "+" : "");
+    log.push_back(what + (row < 0 ? "" : " " + std::to_string(row)) + " [" +
+                  rows + "]");
+  }
+  const Control& list;
+  std::vector<std::string> log;
+};
+
+TEST(Toolkit, AListTellsItsViewEachChangeOfItsRowsAsItHappens) {
+  struct Case {
+    const char* what;
+    std::function<void(Control&)> change;
+    std::vector<std::string> told;
+  };
+  const std::vector<Case> cases = {
+      {"insert in front",
+       [](Control& l) { l.AddItem("x", 0); },
+       {"insert 0 [xab+c]"}},
+      {"append", [](Control& l) { l.AddItem("x"); }, {"insert 3 [ab+cx]"}},
+      {"remove the current row",
+       [](Control& l) { l.RemoveItem(1); },
+       {"remove 1 [ac]"}},
+      {"tick",
+       [](Control& l) { l.SetSelected(2, true); },
+       {"change 2 [ab+c+]"}},
+      {"tick a ticked row", [](Control& l) { l.SetSelected(1, true); }, {}},
+      {"untick",
+       [](Control& l) { l.SetSelected(1, false); },
+       {"change 1 [abc]"}},
+      {"item data and current row: not shown",
+       [](Control& l) {
+         l.SetItemData(0, 7);
+         l.SetListIndex(2);
+       },
+       {}},
+      {"move down as the wizard does",
+       [](Control& l) {
+         l.RemoveItem(1);
+         l.AddItem("b", 2);
+         l.SetSelected(2, true);
+       },
+       {"remove 1 [ac]", "insert 2 [acb]", "change 2 [acb+]"}},
+      {"clear and fill again",
+       [](Control& l) {
+         l.Clear();
+         l.AddItem("d");
+       },
+       {"reset []", "insert 0 [d]"}},
+      {"clear an empty list",
+       [](Control& l) {
+         l.Clear();
+         l.Clear();
+       },
+       {"reset []"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TestForm form;
+    Control& list = form.Ctl("lstRows");
+    for (const char* text : {"a", "b", "c"}) list.AddItem(text);
+    list.SetSelected(1, true);
+    list.SetListIndex(1);
+    RowLog view(list);
+    list.SetListObserver(&view);
+    c.change(list);
+    EXPECT_EQ(view.log, c.told);
+    list.SetListObserver(nullptr);
+  }
+}
+
+TEST(Toolkit, AViewHearsOfATickBeforeItsHandlerAndOfTheListGoing) {
+  TestForm form;
+  Control& list = form.Ctl("lstRows");
+  list.AddItem("a");
+  RowLog view(list);
+  list.SetListObserver(&view);
+  list.on_item_check = [&](int) { view.log.push_back("handler"); };
+  list.SetSelected(0, true);
+  form.Unload();
+  EXPECT_EQ(view.log,
+            (std::vector<std::string>{"change 0 [a+]", "handler", "gone"}));
 }
 
 // Parked, disabled and hidden controls refusing input: the wizard's tests

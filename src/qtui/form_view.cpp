@@ -7,14 +7,15 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QMouseEvent>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSignalBlocker>
 #include <utility>
+#include <vector>
 
 #include "qtui/dialog_layouts.h"
+#include "qtui/tick_list_view.h"
 #include "toolkit/control.h"
 #include "toolkit/form.h"
 
@@ -93,16 +94,18 @@ void FormView::CreateWidget(const tk::Control& c) {
       break;
     }
     case ControlKind::kList: {
-      auto* list = new QListWidget(this);
-      // Outside Mirror, which blocks signals, only a person changes rows.
-      connect(list, &QListWidget::itemChanged, this,
-              [this, name, list](QListWidgetItem* item) {
+      auto* list = new TickListView(this);
+      // The model asks for a tick only when a person gives one; the view's
+      // own changes to the current row come while the model's changes are
+      // told, under a signal blocker (Input).
+      connect(&list->rows(), &ListRowsModel::TickRequested, this,
+              [this, name](int row, bool checked) {
                 tk::UserAction a = Action(Kind::kCheck, name);
-                a.row = list->row(item);
-                a.value = item->checkState() == Qt::Checked;
+                a.row = row;
+                a.value = checked;
                 Input(a);
               });
-      connect(list, &QListWidget::currentRowChanged, this,
+      connect(list, &TickListView::currentRowChanged, this,
               [this, name](int row) {
                 if (row < 0) return;  // a person cannot make no row current
                 tk::UserAction a = Action(Kind::kSelect, name);
@@ -112,6 +115,7 @@ void FormView::CreateWidget(const tk::Control& c) {
       list->viewport()->setMouseTracking(true);
       list->viewport()->installEventFilter(this);
       watched_[list->viewport()] = name;
+      lists_.push_back(list);
       w = list;
       break;
     }
@@ -214,7 +218,15 @@ void FormView::KeepFocus(const std::string& focused_before) {
 }
 
 void FormView::Input(const tk::UserAction& action) {
-  tk::ApplyUserInput(form_, action);
+  {
+    // The lists' views follow the changes as they are told, and move their
+    // current row themselves when it is removed; none of that is a person's.
+    std::vector<QSignalBlocker> blockers;
+    blockers.reserve(lists_.size());
+    for (TickListView* list : lists_) blockers.emplace_back(list);
+    tk::ApplyUserInput(form_, action);
+    for (TickListView* list : lists_) list->rows().Settle();
+  }
   if (!form_.Shown()) {
     // The controls may be gone already (an unloaded form); nothing to mirror.
     done(QDialog::Accepted);
@@ -266,14 +278,14 @@ void FormView::Mirror() {
   // Options of one group are made exclusive by the model; the button group
   // would refuse a group with none selected, which the model may have.
   for (auto& [number, group] : groups_) group->setExclusive(false);
-  for (const tk::Control* c : form_.Controls()) {
+  for (tk::Control* c : form_.Controls()) {
     if (QWidget* w = Widget(c->Name())) MirrorControl(*c, w);
   }
   for (auto& [number, group] : groups_) group->setExclusive(true);
   KeepFocus(focused_before);
 }
 
-void FormView::MirrorControl(const tk::Control& c, QWidget* w) {
+void FormView::MirrorControl(tk::Control& c, QWidget* w) {
   const QSignalBlocker block(w);
   w->setVisible(ShowsOnDialog(c));
   w->setEnabled(c.Enabled());
@@ -301,23 +313,14 @@ void FormView::MirrorControl(const tk::Control& c, QWidget* w) {
       break;
     }
     case ControlKind::kList: {
-      auto* list = static_cast<QListWidget*>(w);
-      const auto& rows = c.Rows();
-      while (list->count() > static_cast<int>(rows.size())) {
-        delete list->takeItem(list->count() - 1);
+      // The rows follow the toolkit list as it tells its changes; only the
+      // current row, which it does not tell, is copied here.
+      auto* list = static_cast<TickListView*>(w);
+      list->rows().Attach(&c);
+      list->rows().Settle();
+      if (list->CurrentRow() != c.ListIndex()) {
+        list->SetCurrentRow(c.ListIndex());
       }
-      while (list->count() < static_cast<int>(rows.size())) {
-        auto* item = new QListWidgetItem(list);
-        item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable |
-                       Qt::ItemIsUserCheckable);
-      }
-      for (int i = 0; i < list->count(); ++i) {
-        QListWidgetItem* item = list->item(i);
-        const tk::ListRow& row = rows[static_cast<size_t>(i)];
-        item->setText(Q(row.text));
-        item->setCheckState(row.checked ? Qt::Checked : Qt::Unchecked);
-      }
-      list->setCurrentRow(c.ListIndex());
       break;
     }
     case ControlKind::kButton: {

@@ -1,7 +1,9 @@
 // The Qt view of one dialog of the toolkit model. The widgets are made from
 // the model's controls, one per control, named like it ("cmdNav(3)"); what a
 // person does to them goes to tk::ApplyUserInput, and after every input the
-// whole model is copied back into the widgets. The model is the only state:
+// model is copied back into the widgets: every control's state, except a
+// list's rows, which its view follows row by row as the list tells its
+// changes (a list may hold ten thousand rows). The model is the only state:
 // a widget never keeps a change the model refused.
 #pragma once
 
@@ -11,6 +13,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "toolkit/input.h"
 
@@ -18,6 +21,8 @@ class QButtonGroup;
 class QString;
 
 namespace formwiz::qtui {
+
+class TickListView;
 
 class FormView : public QDialog {
   Q_OBJECT
@@ -32,8 +37,9 @@ class FormView : public QDialog {
 
   // Shows the dialog modally until the form is no longer on show.
   void Run();
-  // Copies the whole model into the widgets: captions, texts, values, rows,
-  // ticks, current rows, visible and enabled state, the panel on show.
+  // Copies the model into the widgets: captions, texts, values, current
+  // rows, visible and enabled state, the panel on show; a list's rows come
+  // in as the list tells its changes.
   void Mirror();
 
  protected:
@@ -49,7 +55,7 @@ class FormView : public QDialog {
   void Input(const tk::UserAction& action);
   // Turns a person's edit of a text box into the model's typing actions.
   void TextEdited(const std::string& name, const QString& now);
-  void MirrorControl(const tk::Control& c, QWidget* w);
+  void MirrorControl(tk::Control& c, QWidget* w);
   // The control that keyboard focus goes to on `panel` (null: the whole
   // dialog); null when none there can take it.
   QWidget* FirstFocus(const tk::Control* panel) const;
@@ -60,6 +66,7 @@ class FormView : public QDialog {
 
   tk::Form& form_;
   std::map<std::string, QWidget*, std::less<>> widgets_;
+  std::vector<TickListView*> lists_;
   // Control names of the watched widgets (a list's viewport included).
   std::map<const QObject*, std::string> watched_;
   // One button group per option group number.

@@ -14,6 +14,10 @@ int CodePointCount(std::string_view s) {
 Control::Control(Form* form, ControlKind kind, std::string name, int index)
     : form_(form), kind_(kind), name_(std::move(name)), index_(index) {}
 
+Control::~Control() {
+  if (observer_ != nullptr) observer_->ListDestroyed();
+}
+
 std::string Control::Name() const {
   return index_ < 0 ? name_ : name_ + "(" + std::to_string(index_) + ")";
 }
@@ -67,6 +71,7 @@ void Control::AddItem(std::string_view text, int row) {
   if (row < 0 || row > ListCount()) Raise(err::kInvalidArgument);
   rows_.insert(rows_.begin() + row, ListRow{std::string(text), false, 0});
   if (list_index_ >= row) ++list_index_;
+  if (observer_ != nullptr) observer_->RowInserted(row);
 }
 
 void Control::RemoveItem(int row) {
@@ -77,11 +82,14 @@ void Control::RemoveItem(int row) {
   } else if (list_index_ > row) {
     --list_index_;
   }
+  if (observer_ != nullptr) observer_->RowRemoved(row);
 }
 
 void Control::Clear() {
+  const bool had_rows = !rows_.empty();
   rows_.clear();
   list_index_ = -1;
+  if (had_rows && observer_ != nullptr) observer_->RowsReset();
 }
 
 bool Control::Selected(int row) const {
@@ -94,6 +102,7 @@ void Control::SetSelected(int row, bool checked) {
   bool& tick = rows_[static_cast<size_t>(row)].checked;
   if (tick == checked) return;
   tick = checked;
+  if (observer_ != nullptr) observer_->RowChanged(row);
   if (on_item_check) RunEvent([this, row] { on_item_check(row); });
 }
 

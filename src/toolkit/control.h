@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "toolkit/list_observer.h"
+
 namespace formwiz::tk {
 
 class Form;
@@ -35,6 +37,8 @@ struct ListRow {
 class Control {
  public:
   Control(Form* form, ControlKind kind, std::string name, int index = -1);
+  // Tells a list's observer that the list is gone.
+  ~Control();
   Control(const Control&) = delete;
   Control& operator=(const Control&) = delete;
 
@@ -108,6 +112,9 @@ class Control {
   int ListIndex() const { return list_index_; }
   // Runs on_click when the current row changes.
   void SetListIndex(int row);
+  // The one view told of every change to the rows (null: none). Item data,
+  // which no row shows, and the current row are not told: a view reads them.
+  void SetListObserver(ListObserver* observer) { observer_ = observer; }
 
   // --- command button -----------------------------------------------------
   // The default button is pressed by Enter, the cancel button by Escape.
@@ -143,6 +150,7 @@ class Control {
   int group_ = 0;
   std::vector<ListRow> rows_;
   int list_index_ = -1;
+  ListObserver* observer_ = nullptr;
   bool default_ = false;
   bool cancel_ = false;
 };

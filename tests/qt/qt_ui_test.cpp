@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QAbstractItemView>
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QPushButton>
 #include <fstream>
 #include <sstream>
@@ -65,9 +65,9 @@ TEST(QtUiTest, InsertThroughTheWidgetsThenReopenAndCancel) {
     Shot(view, "wizard-step3-response");
     Click(view, "cmdNav(3)");
 
-    auto* list = Get<QListWidget>(view, "lstFields");
-    ASSERT_GT(list->count(), 1);
-    const QRect row = list->visualItemRect(list->item(1));
+    auto* list = Get<QAbstractItemView>(view, "lstFields");
+    ASSERT_GT(list->model()->rowCount(), 1);
+    const QRect row = list->visualRect(list->model()->index(1, 0));
     QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
                       row.center() + QPoint(20, 0));
     EXPECT_EQ(wiz.Ctl("lstFields").ListIndex(), 1);
@@ -79,7 +79,7 @@ TEST(QtUiTest, InsertThroughTheWidgetsThenReopenAndCancel) {
     prompt->setFocus();
     prompt->selectAll();
     QTest::keyClicks(prompt, "Your street");
-    EXPECT_EQ(list->item(1)->text(),
+    EXPECT_EQ(list->model()->index(1, 0).data().toString(),
               QString::fromStdString(wiz.Ctl("lstFields").List(1)));
     Shot(view, "wizard-step4-fields");
     Click(view, "cmdNav(4)");

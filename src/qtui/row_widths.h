@@ -1,0 +1,45 @@
+// The width of each row's text of a long list, kept up to date one row at a
+// time, so that a view can be as wide as its widest row without laying out
+// every row's text again after each change.
+#pragma once
+
+#include <QFont>
+#include <QFontMetricsF>
+#include <array>
+#include <string_view>
+#include <vector>
+
+#include "toolkit/control.h"
+
+namespace formwiz::qtui {
+
+class RowWidths {
+ public:
+  explicit RowWidths(const QFont& font = QFont());
+
+  // Measures in `font` from now on; the rows are to be given again.
+  void SetFont(const QFont& font);
+  void Reset(const std::vector<tk::ListRow>& rows);
+  void Insert(int row, std::string_view text);
+  void Remove(int row);
+
+  // The row whose text is widest, -1 when there is none, and its width.
+  int WidestRow() const;
+  double Widest() const;
+
+ private:
+  // A text's width: for ASCII, which is most field names, the sum of its
+  // characters' advances, each measured once (kerning only narrows it);
+  // any other text is laid out whole.
+  double Measure(std::string_view text);
+
+  QFontMetricsF metrics_;
+  // Advances of the ASCII characters; negative until measured.
+  std::array<double, 128> ascii_{};
+  std::vector<double> widths_;
+  // Found again when asked for after a change: one pass over the widths.
+  mutable int widest_ = -1;
+  mutable bool stale_ = false;
+};
+
+}  // namespace formwiz::qtui
