@@ -328,49 +328,96 @@ bool PostgresStore::IsConnectionString(const std::string& url) {
          url.find('=') != std::string::npos;
 }
 
-PostgresStore::PostgresStore(const std::string& conninfo) {
+PostgresStore::PostgresStore(const std::string& conninfo, int connections)
+    : conninfo_(conninfo), max_connections_(std::max(connections, 1)) {
+  PGconn* conn = Connect();
+  try {
+    Migrate(conn);
+  } catch (...) {
+    PQfinish(conn);
+    throw;
+  }
+  idle_.push_back(conn);
+  open_ = 1;
+}
+
+PostgresStore::~PostgresStore() {
+  for (PGconn* conn : idle_) PQfinish(conn);
+}
+
+pg_conn* PostgresStore::Connect() const {
   // Options in the string override the defaults before it.
   const char* keywords[] = {"connect_timeout", "application_name", "dbname",
                             nullptr};
-  const char* values[] = {"10", "formwiz", conninfo.c_str(), nullptr};
-  conn_ = PQconnectdbParams(keywords, values, 1);
-  if (conn_ == nullptr) throw StoreError("store: out of memory");
+  const char* values[] = {"10", "formwiz", conninfo_.c_str(), nullptr};
+  PGconn* conn = PQconnectdbParams(keywords, values, 1);
+  if (conn == nullptr) throw StoreError("store: out of memory");
   try {
-    if (PQstatus(conn_) != CONNECTION_OK) Fail(conn_, "cannot connect");
+    if (PQstatus(conn) != CONNECTION_OK) Fail(conn, "cannot connect");
     // CREATE ... IF NOT EXISTS and the like send notices; they are not
     // for the person running the program.
-    PQsetNoticeProcessor(conn_, IgnoreNotice, nullptr);
-    SetUpSession(conn_);
-    Migrate(conn_);
+    PQsetNoticeProcessor(conn, IgnoreNotice, nullptr);
+    SetUpSession(conn);
   } catch (...) {
-    PQfinish(conn_);
-    conn_ = nullptr;
+    PQfinish(conn);
+    throw;
+  }
+  return conn;
+}
+
+PostgresStore::Pooled::~Pooled() {
+  if (conn_ == nullptr) return;
+  {
+    std::lock_guard lock(store_.mutex_);
+    store_.idle_.push_back(conn_);
+  }
+  store_.returned_.notify_one();
+}
+
+PostgresStore::Pooled PostgresStore::Take() {
+  std::unique_lock lock(mutex_);
+  returned_.wait(lock,
+                 [this] { return !idle_.empty() || open_ < max_connections_; });
+  if (!idle_.empty()) {
+    PGconn* conn = idle_.back();
+    idle_.pop_back();
+    return Pooled(*this, conn);
+  }
+  // Opened outside the lock: connecting may take a while, and the other
+  // connections stay usable meanwhile.
+  ++open_;
+  lock.unlock();
+  try {
+    return Pooled(*this, Connect());
+  } catch (...) {
+    lock.lock();
+    --open_;
+    lock.unlock();
+    returned_.notify_one();
     throw;
   }
 }
 
-PostgresStore::~PostgresStore() { PQfinish(conn_); }
-
-pg_conn* PostgresStore::Begin() {
+pg_conn* PostgresStore::Begin(pg_conn* conn) {
   for (int attempt = 0;; ++attempt) {
-    if (PQstatus(conn_) != CONNECTION_OK) {
-      PQreset(conn_);
-      if (PQstatus(conn_) != CONNECTION_OK) Fail(conn_, "cannot connect");
-      SetUpSession(conn_);
+    if (PQstatus(conn) != CONNECTION_OK) {
+      PQreset(conn);
+      if (PQstatus(conn) != CONNECTION_OK) Fail(conn, "cannot connect");
+      SetUpSession(conn);
     }
-    PGresult* result = PQexec(conn_, "BEGIN");
+    PGresult* result = PQexec(conn, "BEGIN");
     bool ok = PQresultStatus(result) == PGRES_COMMAND_OK;
     PQclear(result);
-    if (ok) return conn_;
+    if (ok) return conn;
     // A connection that broke while idle (the server restarted) is only
     // noticed here, before anything of this call was sent: opening it again
     // and beginning once more is safe.
-    if (attempt > 0 || PQstatus(conn_) == CONNECTION_OK) Fail(conn_, "BEGIN");
+    if (attempt > 0 || PQstatus(conn) == CONNECTION_OK) Fail(conn, "BEGIN");
   }
 }
 
 int64_t PostgresStore::Add(SubmissionRecord& record) {
-  std::lock_guard lock(mutex_);
+  Pooled pooled = Take();
   // A commit whose answer was lost (the server restarted under it) may have
   // happened or not. The key is unique, so the same insert runs again until
   // the database answers: it finds the row the first commit kept, or keeps
@@ -380,7 +427,7 @@ int64_t PostgresStore::Add(SubmissionRecord& record) {
   bool unsure = false;
   for (;;) {
     try {
-      return AddOnce(record, unsure);
+      return AddOnce(pooled.get(), record, unsure);
     } catch (const StoreError& e) {
       const bool lost = dynamic_cast<const CommitLost*>(&e) != nullptr;
       if (!unsure && !lost) throw;  // nothing was kept
@@ -393,10 +440,11 @@ int64_t PostgresStore::Add(SubmissionRecord& record) {
   }
 }
 
-int64_t PostgresStore::AddOnce(SubmissionRecord& record, bool again) {
-  Transaction transaction(Begin());
+int64_t PostgresStore::AddOnce(pg_conn* conn, SubmissionRecord& record,
+                               bool again) {
+  Transaction transaction(Begin(conn));
   Result inserted = Exec(
-      conn_,
+      conn,
       "INSERT INTO submissions (key, received_at, page, client, form_index, "
       "subject, send_mode, requested_to, recipient, status, detail, "
       "message_id, mail_from, message, attempts, next_attempt_at, sent_at) "
@@ -423,7 +471,7 @@ int64_t PostgresStore::AddOnce(SubmissionRecord& record, bool again) {
   if (inserted.Rows() == 0) {
     if (!again) throw StoreError("store: a submission with this key exists");
     // The lost commit kept it, fields and all (one transaction).
-    Result kept = Exec(conn_, "SELECT id FROM submissions WHERE key = $1",
+    Result kept = Exec(conn, "SELECT id FROM submissions WHERE key = $1",
                        Params().Bytes(record.key));
     record.id = kept.Int(0, 0);
     transaction.Commit();
@@ -432,7 +480,7 @@ int64_t PostgresStore::AddOnce(SubmissionRecord& record, bool again) {
   int64_t id = inserted.Int(0, 0);
   int64_t position = 0;
   for (const Field& field : record.fields) {
-    Exec(conn_,
+    Exec(conn,
          "INSERT INTO fields (submission_id, position, name, value) "
          "VALUES ($1, $2, $3, $4)",
          Params().Int(id).Int(position++).Bytes(field.name).Bytes(field.value));
@@ -443,21 +491,23 @@ int64_t PostgresStore::AddOnce(SubmissionRecord& record, bool again) {
 }
 
 std::optional<SubmissionRecord> PostgresStore::Get(int64_t id) {
-  std::lock_guard lock(mutex_);
-  Transaction transaction(Begin());
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
   std::vector<SubmissionRecord> records = ReadRecords(
-      Exec(conn_, "SELECT " + Columns(true) + " FROM submissions WHERE id = $1",
+      Exec(conn, "SELECT " + Columns(true) + " FROM submissions WHERE id = $1",
            Params().Int(id)),
       true);
   if (records.empty()) return std::nullopt;
-  ReadFields(conn_, records);
+  ReadFields(conn, records);
   transaction.Commit();
   return std::move(records.front());
 }
 
 std::vector<SubmissionRecord> PostgresStore::List(const Query& query) {
-  std::lock_guard lock(mutex_);
-  Transaction transaction(Begin());
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
   Params params;
   if (query.status) {
     params.Text(StatusName(*query.status));
@@ -471,22 +521,23 @@ std::vector<SubmissionRecord> PostgresStore::List(const Query& query) {
     params.Null();  // LIMIT NULL: no limit
   }
   std::vector<SubmissionRecord> records = ReadRecords(
-      Exec(conn_,
+      Exec(conn,
            "SELECT " + Columns(false) +
                " FROM submissions WHERE ($1::text IS NULL OR status = $1) "
                "AND received_at >= $2 AND id > $3 ORDER BY id LIMIT $4",
            params),
       false);
-  ReadFields(conn_, records);
+  ReadFields(conn, records);
   transaction.Commit();
   return records;
 }
 
 int64_t PostgresStore::CountFromClientSince(const std::string& client,
                                             int64_t since) {
-  std::lock_guard lock(mutex_);
-  Transaction transaction(Begin());
-  int64_t count = Exec(conn_,
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
+  int64_t count = Exec(conn,
                        "SELECT count(*) FROM submissions "
                        "WHERE client = $1 AND received_at >= $2",
                        Params().Bytes(client).Int(since))
@@ -499,14 +550,15 @@ std::vector<SubmissionRecord> PostgresStore::ClaimDue(const std::string& owner,
                                                       int64_t now,
                                                       int lease_seconds,
                                                       int limit) {
-  std::lock_guard lock(mutex_);
   if (limit <= 0) return {};
-  Transaction transaction(Begin());
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
   // The due rows are locked as they are chosen, skipping those another
   // worker has locked this moment, and leased in the same statement: two
   // workers never choose the same row, and neither waits for the other.
   std::vector<SubmissionRecord> records = ReadRecords(
-      Exec(conn_,
+      Exec(conn,
            "WITH due AS (SELECT id FROM submissions "
            "WHERE status = 'queued' AND next_attempt_at <= $1 "
            "AND (lease_until IS NULL OR lease_until <= $1) "
@@ -522,17 +574,18 @@ std::vector<SubmissionRecord> PostgresStore::ClaimDue(const std::string& owner,
               return std::pair(a.next_attempt_at, a.id) <
                      std::pair(b.next_attempt_at, b.id);
             });
-  ReadFields(conn_, records);
+  ReadFields(conn, records);
   transaction.Commit();
   return records;
 }
 
 bool PostgresStore::MarkSent(int64_t id, const std::string& owner,
                              int64_t now) {
-  std::lock_guard lock(mutex_);
-  Transaction transaction(Begin());
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
   int64_t changed =
-      Exec(conn_,
+      Exec(conn,
            "UPDATE submissions SET status = 'sent', sent_at = $1, "
            "attempts = attempts + 1, lease_owner = NULL, lease_until = NULL "
            "WHERE id = $2 AND lease_owner = $3 AND status = 'queued'",
@@ -545,10 +598,11 @@ bool PostgresStore::MarkSent(int64_t id, const std::string& owner,
 bool PostgresStore::MarkRetry(int64_t id, const std::string& owner,
                               int64_t next_attempt_at,
                               const std::string& detail) {
-  std::lock_guard lock(mutex_);
-  Transaction transaction(Begin());
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
   int64_t changed =
-      Exec(conn_,
+      Exec(conn,
            "UPDATE submissions SET attempts = attempts + 1, "
            "next_attempt_at = $1, detail = $2, "
            "lease_owner = NULL, lease_until = NULL "
@@ -561,10 +615,11 @@ bool PostgresStore::MarkRetry(int64_t id, const std::string& owner,
 
 bool PostgresStore::MarkFailed(int64_t id, const std::string& owner,
                                const std::string& detail) {
-  std::lock_guard lock(mutex_);
-  Transaction transaction(Begin());
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
   int64_t changed =
-      Exec(conn_,
+      Exec(conn,
            "UPDATE submissions SET status = 'failed', "
            "attempts = attempts + 1, detail = $1, "
            "lease_owner = NULL, lease_until = NULL "
@@ -576,12 +631,13 @@ bool PostgresStore::MarkFailed(int64_t id, const std::string& owner,
 }
 
 int64_t PostgresStore::Retry(int64_t id, int64_t now) {
-  std::lock_guard lock(mutex_);
-  Transaction transaction(Begin());
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
   // As in the SQLite store: a due mail is left as it is, a leased one
   // keeps its lease.
   int64_t changed =
-      Exec(conn_,
+      Exec(conn,
            "UPDATE submissions SET status = 'queued', next_attempt_at = $1 "
            "WHERE ($2::bigint = 0 OR id = $2) AND (status = 'failed' OR "
            "(status = 'queued' AND next_attempt_at > $1))",
@@ -593,7 +649,6 @@ int64_t PostgresStore::Retry(int64_t id, int64_t now) {
 
 int64_t PostgresStore::Purge(const std::vector<Status>& statuses,
                              int64_t before) {
-  std::lock_guard lock(mutex_);
   if (statuses.empty()) return 0;
   // Status names are plain words: the array literal needs no quoting.
   std::string names = "{";
@@ -602,9 +657,11 @@ int64_t PostgresStore::Purge(const std::vector<Status>& statuses,
     names += StatusName(status);
   }
   names += "}";
-  Transaction transaction(Begin());
+  Pooled pooled = Take();
+  PGconn* conn = pooled.get();
+  Transaction transaction(Begin(conn));
   int64_t changed =
-      Exec(conn_,
+      Exec(conn,
            "DELETE FROM submissions WHERE ($1::bigint = 0 OR received_at < $1) "
            "AND status = ANY($2::text[])",
            Params().Int(before).Text(names))

@@ -7,16 +7,21 @@
 //
 // The schema is created and upgraded by numbered migrations at open,
 // recorded in schema_migrations, under an advisory lock so that processes
-// starting together migrate once. Safe to use from several threads (one
-// connection behind a mutex). A broken connection (the server restarted,
-// the network dropped) fails the call in progress with StoreError and is
-// opened again by the next call; only Add, whose caller must know whether
-// the row was kept, opens it again itself when the commit's answer was lost.
+// starting together migrate once. Safe to use from several threads: each
+// call takes a connection of a small pool, so that the commits of
+// concurrent calls wait for the disk together rather than one by one. A broken
+// connection (the server restarted, the network dropped) fails the call in
+// progress with StoreError and is opened again by the next call; only Add,
+// whose caller must know whether the row was kept, opens it again itself when
+// the commit's answer was lost.
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "delivery/store/store.h"
 
@@ -29,10 +34,17 @@ class PostgresStore : public Store {
   // Connects with `conninfo` (a postgresql:// URL or libpq's
   // "key=value ..." string) and brings the schema up to date. Throws
   // StoreError.
-  explicit PostgresStore(const std::string& conninfo);
+  // At most `connections` are open at once, each opened when concurrent
+  // calls first need it.
+  explicit PostgresStore(const std::string& conninfo,
+                         int connections = kDefaultConnections);
   ~PostgresStore() override;
   PostgresStore(const PostgresStore&) = delete;
   PostgresStore& operator=(const PostgresStore&) = delete;
+
+  // Enough for a handler's concurrent commits to share the server's
+  // flushes of its log, few enough for many processes on one server.
+  static constexpr int kDefaultConnections = 4;
 
   // True when `url` names a PostgreSQL database rather than a file.
   static bool IsConnectionString(const std::string& url);
@@ -53,19 +65,44 @@ class PostgresStore : public Store {
   int64_t Purge(const std::vector<Status>& statuses, int64_t before) override;
 
  private:
-  // Begins a transaction, opening the connection again first when it
-  // broke; gives the connection.
-  pg_conn* Begin();
+  // A connection taken from the pool, given back when this goes.
+  class Pooled {
+   public:
+    Pooled(PostgresStore& store, pg_conn* conn) : store_(store), conn_(conn) {}
+    ~Pooled();
+    Pooled(Pooled&& other) noexcept
+        : store_(other.store_), conn_(std::exchange(other.conn_, nullptr)) {}
+    Pooled(const Pooled&) = delete;
+    Pooled& operator=(const Pooled&) = delete;
+    pg_conn* get() const { return conn_; }
+
+   private:
+    PostgresStore& store_;
+    pg_conn* conn_;
+  };
+
+  // Opens a connection and sets its session up. Throws StoreError.
+  pg_conn* Connect() const;
+  // An idle connection, a new one while fewer than max_connections_ are
+  // open, or else the first one given back.
+  Pooled Take();
+  // Begins a transaction on `conn`, opening it again first when it broke;
+  // gives the connection.
+  pg_conn* Begin(pg_conn* conn);
   // One attempt at Add; `again` after an attempt whose outcome is unknown.
-  int64_t AddOnce(SubmissionRecord& record, bool again);
+  int64_t AddOnce(pg_conn* conn, SubmissionRecord& record, bool again);
 
   // How long Add keeps asking after a lost commit (a restart of the server
   // takes a few seconds), and how often.
   static constexpr std::chrono::seconds kResolveTime{15};
   static constexpr std::chrono::milliseconds kResolvePause{250};
 
-  pg_conn* conn_ = nullptr;
-  std::mutex mutex_;
+  const std::string conninfo_;
+  const int max_connections_;
+  std::mutex mutex_;  // guards idle_ and open_
+  std::condition_variable returned_;
+  std::vector<pg_conn*> idle_;
+  int open_ = 0;
 };
 
 }  // namespace formwiz::store
