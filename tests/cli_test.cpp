@@ -207,6 +207,56 @@ TEST_F(CliTest, VersionOnePagesStayAsTheyAreUntilChanged) {
                 "3\tparagraph\t\"More\"\n");
 }
 
+// A template partial of a static site gets its form from the command line;
+// every other byte stays, and taking the form out again gives the file back.
+TEST_F(CliTest, APartialGetsItsFormAndKeepsTheRest) {
+  const std::string original = ReadAll(FORMWIZ_SOURCE_DIR
+                                       "/tests/data/foreign_pages/"
+                                       "template-partial.html");
+  const std::string page = WriteTemp("offers.html", original);
+  const std::string finish = WriteTemp("finish.json", R"js([
+    {"do": "click", "control": "cmdNav(3)"},
+    {"do": "type", "control": "txtEmailAddr", "text": "me@example.org"},
+    {"do": "click", "control": "cmdNav(4)"}])js");
+  const std::string cancel =
+      WriteTemp("cancel.json", R"js([{"do": "key", "key": "Escape"}])js");
+  auto run = [&](Args args) {
+    args.insert(args.begin(), "page");
+    const ProgramRun done = RunFormwiz(args);
+    EXPECT_EQ(done.status, 0) << args[1];
+    EXPECT_EQ(done.err, "") << args[1];
+    return done.out;
+  };
+  const std::string blocks = run({"list", page});
+  EXPECT_NE(blocks.find("1\thtml\t<h1> \"{{ page.title }}\"\n"),
+            std::string::npos)
+      << blocks;
+  run({"insert", page, "--at", "4", "--script", finish});
+  const std::string saved = ReadAll(page);
+  const size_t from = saved.find("<!--formwiz-object ");
+  const std::string end = "<!--/formwiz-object-->\n";
+  const size_t to = saved.find(end);
+  ASSERT_NE(to, std::string::npos);
+  EXPECT_EQ(saved.substr(0, from) + saved.substr(to + end.size()), original);
+  EXPECT_NE(run({"list", page}).find("4\tobject\t\"Form\"\n"),
+            std::string::npos);
+  // The form opens again; cancelled, nothing changes.
+  run({"open", page, "4", "--script", cancel});
+  EXPECT_EQ(ReadAll(page), saved);
+  // A partial takes its title from the page that includes it.
+  const ProgramRun titled = RunFormwiz({"page", "title", page, "Offers"});
+  EXPECT_EQ(titled.status, 2);
+  ExpectOneShortLine(titled, "no <title>");
+  run({"delete", page, "4"});
+  EXPECT_EQ(ReadAll(page), original);
+  // A page in another encoding is refused, and kept.
+  const std::string latin1 = WriteTemp("latin1.html", "<p>caf\xE9</p>\n");
+  const ProgramRun refused = RunFormwiz({"page", "add-text", latin1, "x"});
+  EXPECT_EQ(refused.status, 1);
+  ExpectOneShortLine(refused, "not UTF-8");
+  EXPECT_EQ(ReadAll(latin1), "<p>caf\xE9</p>\n");
+}
+
 TEST_F(CliTest, ScriptsThatCannotRunAreRefusedInOneShortLine) {
   const std::string deep = Repeat("[", 100000) + Repeat("]", 100000);
   const std::string huge(1000000, 'x');

@@ -81,6 +81,12 @@ TEST(ForeignPageTest, RealPagesOpenIntoBlocksAndSaveByteForByte) {
     EXPECT_EQ(page.frame->newline, c.newline);
     EXPECT_EQ(WritePage(page), text);
   }
+  // A comment on a line of its own heads the block after it; one on the
+  // line where a block ends stays with that block.
+  const Page page = Read(ReadCorpus("full-document.html"));
+  EXPECT_TRUE(page.blocks[0].source->starts_with("<!-- Site header -->\n"));
+  EXPECT_NE(page.blocks[0].source->find("</header> <!-- /header -->\n"),
+            std::string::npos);
 }
 
 // What a person does in the editor: a form and a paragraph between blocks,

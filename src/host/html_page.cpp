@@ -580,13 +580,17 @@ class ForeignReader {
     }
     if (from == kNone || from > group.span.start) return group.span.start;
     size_t line_from = from;
-    for (const auto& [start, end] : comments_) {
-      if (start < from) continue;
-      if (start >= group.span.start) break;
-      if (html_.substr(line_from, start - line_from).find('\n') != kNone) {
+    // Only the comments between the two blocks are looked at, so each is
+    // looked at once for the whole page.
+    for (auto it = std::lower_bound(comments_.begin(), comments_.end(),
+                                    std::pair<size_t, size_t>{from, 0});
+         it != comments_.end() && it->first < group.span.start; ++it) {
+      const auto [start, end] = *it;
+      if (start >= line_from &&
+          html_.substr(line_from, start - line_from).find('\n') != kNone) {
         return start;
       }
-      line_from = end;
+      line_from = std::max(line_from, end);
     }
     return group.span.start;
   }
@@ -666,9 +670,12 @@ class ForeignReader {
 }  // namespace
 
 bool ReadPage(std::string_view text, Page& page, std::string& error) {
-  if (text.size() > kMaxPageFileSize || page_format::IsPageFile(text)) {
-    return ReadPageFile(text, page, error);
+  if (text.size() > kMaxPageFileSize) {
+    error = "too large for a page (" + std::to_string(text.size()) +
+            " bytes, at most " + std::to_string(kMaxPageFileSize) + ")";
+    return false;
   }
+  if (page_format::IsPageFile(text)) return ReadPageFile(text, page, error);
   if (!page.document) page.document = std::make_shared<PageDocument>();
   ForeignReader reader(text, page.document);
   if (!reader.Read(error)) {

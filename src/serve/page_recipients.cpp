@@ -13,6 +13,10 @@ std::optional<std::vector<std::string>> PageRecipients(std::string_view text) {
   host::Page page;
   std::string error;
   if (!host::ReadPage(text, page, error)) return std::nullopt;
+  // Someone else's page without a form of formwiz's is served, not read:
+  // a form written by hand names its recipient in a field anyone can
+  // change.
+  if (page.frame && page.document->objects.empty()) return std::nullopt;
   std::vector<std::string> found;
   for (const host::PageBlock& block : page.blocks) {
     if (!block.object || !block.object->html_data) continue;

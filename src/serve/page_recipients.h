@@ -15,7 +15,8 @@ namespace formwiz::serve {
 // order, each once, as written (an alias such as "sales" too; the caller
 // decides what is an address). Read from each object's stored definition
 // (HTMLData), whose form carries the hidden fields as the wizard wrote them.
-// Nothing when `text` is not a page ReadPage reads.
+// Nothing when `text` is not a page ReadPage reads, or is someone else's
+// page without a form formwiz made.
 std::optional<std::vector<std::string>> PageRecipients(std::string_view text);
 
 // The same for a file on disk; nothing when it cannot be read or is not a
