@@ -543,8 +543,7 @@ void EditorWindow::StackChanged() {
 
 void EditorWindow::EditProperties() {
   // A page of someone else's holds a title only where its <title> is.
-  const bool can_have_title =
-      !page_.frame || page_.frame->title_range.has_value();
+  const bool can_have_title = host::CanSetTitle(page_);
   PagePropertiesDialog dialog(QString::fromStdString(page_.title),
                               can_have_title, this);
   if (dialog.exec() != QDialog::Accepted || !can_have_title) return;

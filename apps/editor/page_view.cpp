@@ -13,6 +13,7 @@
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QVBoxLayout>
+#include <utility>
 
 #include "block_summary.h"
 
@@ -288,9 +289,15 @@ void PageView::StartDrag(size_t index) {
   auto* drag = new QDrag(this);
   drag->setMimeData(MimeFor(index));
   drag->setPixmap(rows_[index]->grab());
-  // The drop itself asks for the move (MoveRequested); exec only runs the
-  // drag, and the rows may be rebuilt before it returns.
+  // The drop lands inside exec's own event loop, while the row that started
+  // the drag is still handling its mouse move: the move, which rebuilds the
+  // rows, waits until exec has returned.
+  dragging_ = true;
   drag->exec(Qt::MoveAction);
+  dragging_ = false;
+  if (const auto move = std::exchange(dropped_move_, std::nullopt)) {
+    emit MoveRequested(move->first, move->second);
+  }
 }
 
 size_t PageView::GapAt(int y) const {
@@ -323,7 +330,12 @@ bool PageView::CanvasDragEvent(QEvent* event) {
     drop->accept();
     // The gap below the block itself leaves it where it is.
     const size_t to = gap > from ? gap - 1 : gap;
-    if (to != from) emit MoveRequested(from, to);
+    if (to == from) return true;
+    if (dragging_) {
+      dropped_move_.emplace(from, to);
+    } else {
+      emit MoveRequested(from, to);
+    }
     return true;
   }
   drop->setDropAction(Qt::MoveAction);

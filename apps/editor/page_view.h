@@ -11,6 +11,7 @@
 #include <QPoint>
 #include <QScrollArea>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "host/page.h"
@@ -91,6 +92,9 @@ class PageView : public QScrollArea {
   // A press that may become a drag.
   std::optional<size_t> press_block_;
   QPoint press_at_;
+  // A drag of this view's own is running, and the move its drop asked for.
+  bool dragging_ = false;
+  std::optional<std::pair<size_t, size_t>> dropped_move_;
 };
 
 }  // namespace formwiz::editor
