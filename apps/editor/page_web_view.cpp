@@ -115,7 +115,6 @@ class ViewBridge : public QObject {
   Q_INVOKABLE void blockClicked(int index) { view_->OnBlockClicked(index); }
   Q_INVOKABLE void blockActivated(int index) { view_->OnBlockActivated(index); }
   Q_INVOKABLE void deletePressed(int index) { view_->OnDeletePressed(index); }
-  Q_INVOKABLE void scrolled(double y) { view_->OnScrolled(y); }
 
  private:
   PageWebView* view_;
@@ -192,6 +191,9 @@ void PageWebView::ShowPage(const host::Page& page,
     is_form_[i] = page.blocks[i].object != nullptr;
   }
   current_ = current && *current < page.blocks.size() ? current : std::nullopt;
+  // Where the person has scrolled to; while a render is still loading,
+  // the place the last one was to restore.
+  if (ready_) scroll_y_ = page_->scrollPosition().y();
   ++generation_;
   loaded_ = script_ready_ = ready_ = false;
 
@@ -274,10 +276,6 @@ void PageWebView::OnBlockActivated(int index) {
 void PageWebView::OnDeletePressed(int index) {
   const auto block = Checked(index);
   if (block) emit DeleteRequested(*block);
-}
-
-void PageWebView::OnScrolled(double y) {
-  if (ready_ && y >= 0) scroll_y_ = y;
 }
 
 }  // namespace formwiz::editor

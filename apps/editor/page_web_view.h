@@ -75,7 +75,6 @@ class PageWebView : public QWidget {
   void OnBlockClicked(int index);
   void OnBlockActivated(int index);
   void OnDeletePressed(int index);
-  void OnScrolled(double y);
   void OnLoadFinished(bool ok);
   void MaybeRendered();
   // Outlines current_ in the page, scrolling it into view when asked.
@@ -97,8 +96,7 @@ class PageWebView : public QWidget {
   bool loaded_ = false;
   bool script_ready_ = false;
   bool ready_ = false;
-  // The page's scroll position as the script last told it, restored after
-  // each render.
+  // The page's scroll position, restored after each render.
   double scroll_y_ = 0;
 };
 

@@ -1,8 +1,8 @@
 // The editor's script in the rendered page view. It runs in a world of its
 // own beside the page (whose own scripts are off), finds the nodes of each
 // block by the comments that ViewHtml puts in, outlines the current block,
-// and reports clicks, double-clicks, Enter, Delete and the scroll position
-// through the web channel's "bridge". The page's URL carries which render
+// and reports clicks, double-clicks, Enter and Delete through the web
+// channel's "bridge". The page's URL carries which render
 // this is (g) and where to scroll to (y).
 #pragma once
 
@@ -121,16 +121,6 @@ inline constexpr char kViewScript[] = R"js(
       bridge.deletePressed(current);
     }
   }, true);
-  let scrollQueued = false;
-  window.addEventListener('scroll', () => {
-    if (scrollQueued) return;
-    scrollQueued = true;
-    requestAnimationFrame(() => {
-      scrollQueued = false;
-      if (bridge) bridge.scrolled(window.scrollY);
-    });
-  }, {passive: true});
-
   collect();
   // Once now, while stylesheets may still be loading, and again when they
   // are in: the page then has its full height.

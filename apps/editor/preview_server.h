@@ -37,6 +37,8 @@ class PreviewServer {
   // Stops the server, waiting for it a bounded time.
   void Stop();
   bool IsRunning() const;
+  // The server's process, for a test that ends it.
+  qint64 ProcessId() const { return process_.processId(); }
   // Where submissions are stored: the server's data folder.
   QString DataFolder() const;
 

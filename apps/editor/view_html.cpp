@@ -53,10 +53,12 @@ std::string ViewHtml(const host::Page& page) {
     const host::PageBlock& block = page.blocks[i];
     host::PageBlock copy;
     if (block.object) {
-      // A copy: the page's own object must not change. Its picture stays
-      // behind (see ViewHtml).
-      auto object = std::make_shared<host::PageObject>(*block.object);
-      object->html_picture.reset();
+      // A copy, so that the page's own object stays as it is, without the
+      // picture and the stored definition (see ViewHtml).
+      auto object = std::make_shared<host::PageObject>(
+          std::weak_ptr<host::PageDocument>());
+      object->prog_id = block.object->prog_id;
+      object->display_name = block.object->display_name;
       object->html_source =
           Comment(kBlockMarker, i) + block.object->html_source.value_or("");
       copy.object = std::move(object);

@@ -16,9 +16,10 @@ namespace formwiz::editor {
 inline constexpr char kBlockMarker[] = "fw-block ";
 inline constexpr char kParagraphMarker[] = "fw-para ";
 
-// The page as WritePage writes it, marked. The forms' pictures are left
-// out: they stand in comments that a browser never shows, and decoding or
-// even copying them for every render would only cost time.
+// The page as WritePage writes it, marked. The forms' pictures and stored
+// definitions are left out: they stand in comments that a browser never
+// shows, and copying and loading them at every render would only cost
+// time (they are most of a page file's bytes).
 std::string ViewHtml(const host::Page& page);
 
 }  // namespace formwiz::editor

@@ -1,0 +1,323 @@
+// The rendered page view offscreen: what it shows, what clicks and keys on
+// it do, and that it never leaves the page being edited.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QWebEnginePage>
+#include <QWebEngineScript>
+#include <QWebEngineView>
+#include <functional>
+#include <string>
+
+#include "editor_window.h"
+#include "page_web_view.h"
+#include "preview_server.h"
+
+namespace formwiz::editor {
+namespace {
+
+constexpr int kWaitMs = 20000;
+
+// Runs script in the editor's world and gives its result, waiting at most
+// kWaitMs.
+QVariant Script(PageWebView& view, const QString& code) {
+  QVariant result;
+  bool done = false;
+  view.engine()->page()->runJavaScript(code, QWebEngineScript::ApplicationWorld,
+                                       [&](const QVariant& value) {
+                                         result = value;
+                                         done = true;
+                                       });
+  EXPECT_TRUE(QTest::qWaitFor([&] { return done; }, kWaitMs))
+      << qPrintable(code);
+  return result;
+}
+
+void ShowAndWait(PageWebView& view, const host::Page& page,
+                 std::optional<size_t> current) {
+  view.ShowPage(page, current);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return view.IsReady(); }, kWaitMs));
+}
+
+// The middle of a block, where the view's widget takes a click.
+QPoint Middle(PageWebView& view, size_t index) {
+  const QVariantMap rect =
+      Script(view, QString("formwizView.rect(%1)").arg(index)).toMap();
+  return QPoint(int(rect["x"].toDouble() + rect["width"].toDouble() / 2),
+                int(rect["y"].toDouble() + rect["height"].toDouble() / 2));
+}
+
+QWidget* Input(PageWebView& view) { return view.engine()->focusProxy(); }
+
+// Two clicks in a row on one spot, as a person double-clicks. QTest's
+// clicks carry times far enough apart never to count as one, and the view
+// counts clicks by those times.
+void DoubleClick(PageWebView& view, QPoint at) {
+  static ulong time = 1000000;
+  time += 10000;
+  for (const QEvent::Type type :
+       {QEvent::MouseButtonPress, QEvent::MouseButtonRelease,
+        QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+    QMouseEvent event(
+        type, at, Input(view)->mapToGlobal(at), Qt::LeftButton,
+        type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton, {});
+    event.setTimestamp(time += 20);
+    QApplication::sendEvent(Input(view), &event);
+  }
+}
+
+host::Page FormPage() {
+  host::Page page;
+  page.blocks.push_back({"Before the form", nullptr});
+  auto object = page.document->AddObject();
+  object->html_source =
+      "<form action=\"/send\" method=\"post\"><input name=\"who\" "
+      "value=\"Ann\"><button type=\"submit\">Send</button></form>";
+  page.blocks.push_back({"", object});
+  page.blocks.push_back({"After the form", nullptr});
+  return page;
+}
+
+TEST(PageWebViewTest, ShowsTheFormAndMapsClicksAndKeysToBlocks) {
+  PageWebView view;
+  view.resize(800, 600);
+  view.show();
+  const host::Page page = FormPage();
+  ShowAndWait(view, page, 1);
+
+  EXPECT_EQ(Script(view, "document.querySelector('input[name=who]').value")
+                .toString(),
+            "Ann");
+  EXPECT_EQ(Script(view, "formwizView.blockCount()").toInt(), 3);
+  // The current block is outlined, and only it.
+  EXPECT_EQ(Script(view,
+                   "[...document.querySelectorAll('[data-formwiz-current]')]"
+                   ".map(e => e.tagName).join()")
+                .toString(),
+            "FORM");
+  // The page's own world never sees the editor's script.
+  EXPECT_EQ(Script(view, "1").toInt(), 1);
+
+  QSignalSpy selected(&view, &PageWebView::BlockSelected);
+  QSignalSpy activated(&view, &PageWebView::BlockActivated);
+  QSignalSpy deleting(&view, &PageWebView::DeleteRequested);
+
+  QTest::mouseClick(Input(view), Qt::LeftButton, {}, Middle(view, 2));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return selected.count() == 1; }, kWaitMs));
+  EXPECT_EQ(selected.at(0).at(0).value<size_t>(), 2u);
+  EXPECT_EQ(view.Current(), std::optional<size_t>(2));
+
+  // A paragraph is not reopened; a form is, by double-click or Enter.
+  DoubleClick(view, Middle(view, 0));
+  DoubleClick(view, Middle(view, 1));
+  ASSERT_TRUE(QTest::qWaitFor([&] { return activated.count() == 1; }, kWaitMs));
+  EXPECT_EQ(activated.at(0).at(0).value<size_t>(), 1u);
+  QTest::keyClick(Input(view), Qt::Key_Return);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return activated.count() == 2; }, kWaitMs));
+  EXPECT_EQ(activated.at(1).at(0).value<size_t>(), 1u);
+  QTest::keyClick(Input(view), Qt::Key_Delete);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return deleting.count() == 1; }, kWaitMs));
+  EXPECT_EQ(deleting.at(0).at(0).value<size_t>(), 1u);
+}
+
+// A page of many paragraphs with a form in the middle that holds a link.
+host::Page LongPage() {
+  host::Page page;
+  for (int i = 0; i < 80; ++i) {
+    page.blocks.push_back({"Paragraph " + std::to_string(i), nullptr});
+  }
+  auto object = page.document->AddObject();
+  object->html_source =
+      "<form action=\"/send\" method=\"post\"><input name=\"who\">"
+      "<button type=\"submit\">Send</button> <a id=\"away\" "
+      "href=\"http://127.0.0.1:9/away\">away</a></form>";
+  page.blocks.insert(page.blocks.begin() + 40, {"", object});
+  return page;
+}
+
+// Clicks the element `selector` finds, once it is scrolled into view.
+void ClickElement(PageWebView& view, const QString& selector) {
+  const QVariantMap rect =
+      Script(view, QString("(() => { const e = document.querySelector('%1');"
+                           " e.scrollIntoView({block: 'center'});"
+                           " const r = e.getBoundingClientRect();"
+                           " return {x: r.x + r.width / 2, y: r.y + "
+                           "r.height / 2}; })()")
+                       .arg(selector))
+          .toMap();
+  QTest::mouseClick(
+      Input(view), Qt::LeftButton, {},
+      QPoint(int(rect["x"].toDouble()), int(rect["y"].toDouble())));
+}
+
+TEST(PageWebViewTest, AnEditKeepsTheScrollPositionAndNothingLeavesThePage) {
+  PageWebView view;
+  view.resize(800, 600);
+  view.show();
+  host::Page page = LongPage();
+  ShowAndWait(view, page, std::nullopt);
+
+  // The send button and the link stay in this page: the same document (its
+  // script's state is still there), at the same address.
+  const QUrl shown = view.engine()->url();
+  Script(view, "window.stillHere = true");
+  QSignalSpy selected(&view, &PageWebView::BlockSelected);
+  ClickElement(view, "button");
+  ClickElement(view, "#away");
+  ASSERT_TRUE(QTest::qWaitFor([&] { return selected.count() == 2; }, kWaitMs));
+  EXPECT_EQ(selected.at(0).at(0).value<size_t>(), 40u);
+  // A navigation, had one started, would have been under way by now.
+  QTest::qWait(500);
+  EXPECT_EQ(view.engine()->url(), shown);
+  EXPECT_TRUE(Script(view, "window.stillHere === true").toBool());
+
+  Script(view, "window.scrollTo(0, 1500)");
+  ASSERT_TRUE(QTest::qWaitFor(
+      [&] { return view.engine()->page()->scrollPosition().y() == 1500; },
+      kWaitMs));
+  page.blocks[60].text = "Edited far down";
+  ShowAndWait(view, page, 40);
+  EXPECT_FALSE(Script(view, "window.stillHere === true").toBool());
+  EXPECT_TRUE(
+      Script(view, "document.body.innerText.includes('Edited far down')")
+          .toBool());
+  EXPECT_EQ(Script(view, "window.scrollY").toInt(), 1500);
+}
+
+// Runs formwiz with `args`, waiting a bounded time; gives its exit code.
+int Formwiz(const QStringList& args) {
+  QProcess process;
+  process.start(FORMWIZ_BIN, args);
+  if (!process.waitForFinished(60000)) {
+    process.kill();
+    process.waitForFinished();
+    return -1;
+  }
+  return process.exitCode();
+}
+
+struct Reply {
+  int status = 0;
+  QByteArray body;
+};
+
+Reply Fetch(const QUrl& url, const QByteArray& post = {}) {
+  QNetworkAccessManager network;
+  network.setTransferTimeout(kWaitMs);
+  QNetworkRequest request(url);
+  request.setRawHeader("Accept", "application/json");
+  QNetworkReply* reply;
+  if (post.isNull()) {
+    reply = network.get(request);
+  } else {
+    request.setHeader(QNetworkRequest::ContentTypeHeader,
+                      "application/x-www-form-urlencoded");
+    reply = network.post(request, post);
+  }
+  EXPECT_TRUE(QTest::qWaitFor([&] { return reply->isFinished(); }, kWaitMs));
+  Reply got{reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
+            reply->readAll()};
+  delete reply;
+  return got;
+}
+
+TEST(PreviewServerTest, ServesThePageTakesItsFormAndStartsAgainWhenNeeded) {
+  // A page with the bundled form, made as a person makes one on the command
+  // line, mailing sales@example.org.
+  QTemporaryDir dir;
+  const QString file = dir.filePath("contact.html");
+  ASSERT_EQ(Formwiz({"page", "new", file}), 0);
+  ASSERT_EQ(Formwiz({"page", "insert", file, "--script",
+                     FORMWIZ_SOURCE_DIR "/examples/new-form.json"}),
+            0);
+  QFile page_file(file);
+  ASSERT_TRUE(page_file.open(QIODevice::ReadOnly));
+  const QByteArray html = page_file.readAll();
+
+  PreviewServer server(FORMWIZ_BIN);
+  QString error;
+  const auto url = server.Publish("contact us.html", html, error);
+  ASSERT_TRUE(url) << error.toStdString();
+  EXPECT_EQ(url->host(), "127.0.0.1");
+  const Reply page = Fetch(*url);
+  EXPECT_EQ(page.status, 200);
+  EXPECT_EQ(page.body, html);
+  // The form is sent as a browser sends it, and kept.
+  const Reply sent =
+      Fetch(url->resolved(QUrl("/cgi-bin/formmail")),
+            "qln_EmailTo=sales%40example.org&FullName=Ann&Email=ann%40"
+            "example.org&Request=A+catalog");
+  EXPECT_EQ(sent.status, 200) << sent.body.toStdString();
+  EXPECT_TRUE(sent.body.contains("\"id\"")) << sent.body.toStdString();
+
+  // The same page again: the same server. A server that died is started
+  // again; so is one whose page changed (it reads the page's recipients
+  // when it starts).
+  const qint64 first = server.ProcessId();
+  EXPECT_EQ(server.Publish("contact us.html", html, error), url);
+  EXPECT_EQ(server.ProcessId(), first);
+  ::kill(pid_t(first), SIGKILL);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return !server.IsRunning(); }, kWaitMs));
+  const auto again = server.Publish("contact us.html", html, error);
+  ASSERT_TRUE(again) << error.toStdString();
+  EXPECT_EQ(Fetch(*again).body, html);
+  const qint64 second = server.ProcessId();
+  const auto changed =
+      server.Publish("contact us.html", html + "<!-- more -->", error);
+  ASSERT_TRUE(changed) << error.toStdString();
+  EXPECT_NE(server.ProcessId(), second);
+  EXPECT_EQ(Fetch(*changed).body, html + "<!-- more -->");
+  server.Stop();
+  EXPECT_FALSE(server.IsRunning());
+}
+
+// The window says why there is no preview: here, with no formwiz program
+// beside the test, the server cannot start; and a program that is no
+// server does not say where it listens.
+class ErrorWindow : public EditorWindow {
+ public:
+  ErrorWindow() : EditorWindow({}) {}
+  QStringList errors;
+
+ protected:
+  void ShowError(const QString&, const QString& text) override {
+    errors << text;
+  }
+};
+
+TEST(PreviewServerTest, SaysWhyItCannotStart) {
+  ErrorWindow window;
+  window.OpenInBrowser();
+  ASSERT_EQ(window.errors.size(), 1);
+  EXPECT_TRUE(window.errors[0].contains("formwiz"))
+      << window.errors[0].toStdString();
+
+  QString error;
+  PreviewServer not_a_server("/bin/true");
+  EXPECT_FALSE(not_a_server.Publish("page.html", "<p>x</p>", error));
+  EXPECT_TRUE(error.contains("did not start")) << error.toStdString();
+}
+
+}  // namespace
+}  // namespace formwiz::editor
+
+int main(int argc, char** argv) {
+  // The view's scheme is known to Qt WebEngine only when registered before
+  // the application starts.
+  formwiz::editor::PageWebView::RegisterScheme();
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+  }
+  QApplication app(argc, argv);
+  ::testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
