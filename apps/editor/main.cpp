@@ -4,6 +4,7 @@
 // quits, which is how the documentation's screenshots are made.
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QDeadlineTimer>
 #include <QPixmap>
 #include <QTimer>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include "editor_window.h"
 #include "formwiz/version.h"
 #include "host/orb_catalog.h"
+#include "page_view.h"
 #include "page_web_view.h"
 
 namespace {
@@ -47,6 +49,9 @@ int main(int argc, char** argv) {
   const QCommandLineOption grab(
       "grab", "Save a picture of the window to FILE (PNG) and quit.", "FILE");
   parser.addOption(grab);
+  const QCommandLineOption select(
+      "select", "With --grab: make block N (from 0) the current one.", "N");
+  parser.addOption(select);
   parser.process(app);
   const QStringList pages = parser.positionalArguments();
   if (pages.size() > 1) {
@@ -68,8 +73,22 @@ int main(int argc, char** argv) {
 
   if (parser.isSet(grab)) {
     if (!opened) return 1;
-    QApplication::processEvents();
-    return window.grab().save(parser.value(grab)) ? 0 : 1;
+    if (parser.isSet(select)) {
+      window.view()->FocusBlock(parser.value(select).toULong());
+    }
+    // The page is rendered by another process: wait for it (bounded), and
+    // a moment more for the outline of the current block to be painted.
+    const formwiz::editor::PageWebView& web = *window.web_view();
+    QDeadlineTimer rendered(30000);
+    while (!web.IsReady() && !rendered.hasExpired()) {
+      QApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    }
+    QDeadlineTimer settle(500);
+    while (!settle.hasExpired()) {
+      QApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    }
+    if (!web.IsReady()) std::fputs("formwiz-editor: not rendered\n", stderr);
+    return web.IsReady() && window.grab().save(parser.value(grab)) ? 0 : 1;
   }
   return QApplication::exec();
 }

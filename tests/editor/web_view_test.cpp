@@ -129,6 +129,65 @@ TEST(PageWebViewTest, ShowsTheFormAndMapsClicksAndKeysToBlocks) {
   EXPECT_EQ(deleting.at(0).at(0).value<size_t>(), 1u);
 }
 
+// Someone else's page, read as the editor reads it: its stylesheet beside
+// the file applies, its scripts do not run, its blocks are the top-level
+// elements of its body, and a form inserted among them is one more block.
+TEST(PageWebViewTest,
+     ShowsSomeoneElsesPageWithItsStylesheetAndWithoutItsScripts) {
+  QTemporaryDir dir;
+  QFile css(dir.filePath("site.css"));
+  ASSERT_TRUE(css.open(QIODevice::WriteOnly));
+  css.write("h1 { color: rgb(1, 2, 3); }");
+  css.close();
+  const std::string html =
+      "<!DOCTYPE html>\n<html><head><title>Shop</title>\n"
+      "<link rel=\"stylesheet\" href=\"site.css\">\n"
+      "<script>document.title = 'ran';</script>\n</head>\n<body>\n"
+      "<h1>Tools</h1>\n<!-- between -->\n<p>Open <b>daily</b></p>\n"
+      "<div class=\"map\">Map</div>\n</body>\n</html>\n";
+  host::Page page;
+  std::string error;
+  ASSERT_TRUE(host::ReadPage(html, page, error)) << error;
+  ASSERT_EQ(page.blocks.size(), 3u);
+  auto object = page.document->AddObject();
+  object->html_source = "<form><input name=\"mail\"></form>";
+  page.InsertBlock(1, {"", object});
+
+  PageWebView view;
+  view.resize(800, 600);
+  view.show();
+  view.SetBaseFolder(dir.path());
+  ShowAndWait(view, page, 2);
+  EXPECT_EQ(Script(view,
+                   "getComputedStyle(document.querySelector('h1'))"
+                   ".color")
+                .toString(),
+            "rgb(1, 2, 3)");
+  EXPECT_EQ(Script(view, "document.title").toString(), "Shop");
+  EXPECT_EQ(Script(view, "formwizView.blockCount()").toInt(), 4);
+  EXPECT_EQ(Script(view,
+                   "[...document.querySelectorAll('[data-formwiz-block]')]"
+                   ".map(e => e.tagName).join()")
+                .toString(),
+            "H1,FORM,P,DIV");
+  EXPECT_EQ(Script(view,
+                   "[...document.querySelectorAll('[data-formwiz-current]')]"
+                   ".map(e => e.tagName).join()")
+                .toString(),
+            "P");
+
+  // The outline picks another block: outlined here, nothing rendered anew.
+  view.SetCurrent(3);
+  EXPECT_TRUE(QTest::qWaitFor(
+      [&] {
+        return Script(view,
+                      "document.querySelector('[data-formwiz-current]')"
+                      ".className")
+                   .toString() == "map";
+      },
+      kWaitMs));
+}
+
 // A page of many paragraphs with a form in the middle that holds a link.
 host::Page LongPage() {
   host::Page page;
@@ -231,11 +290,17 @@ Reply Fetch(const QUrl& url, const QByteArray& post = {}) {
 }
 
 TEST(PreviewServerTest, ServesThePageTakesItsFormAndStartsAgainWhenNeeded) {
-  // A page with the bundled form, made as a person makes one on the command
-  // line, mailing sales@example.org.
+  // Someone else's page with the bundled form, put in as a person does on
+  // the command line, mailing sales@example.org.
   QTemporaryDir dir;
   const QString file = dir.filePath("contact.html");
-  ASSERT_EQ(Formwiz({"page", "new", file}), 0);
+  {
+    QFile out(file);
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(
+        "<!DOCTYPE html>\n<html><head><title>Contact</title></head>\n"
+        "<body>\n<h1>Write to us</h1>\n</body></html>\n");
+  }
   ASSERT_EQ(Formwiz({"page", "insert", file, "--script",
                      FORMWIZ_SOURCE_DIR "/examples/new-form.json"}),
             0);
