@@ -12,6 +12,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QUndoStack>
 #include <QWebEnginePage>
 #include <QWebEngineScript>
 #include <QWebEngineView>
@@ -19,6 +20,7 @@
 #include <string>
 
 #include "editor_window.h"
+#include "page_view.h"
 #include "page_web_view.h"
 #include "preview_server.h"
 
@@ -104,8 +106,6 @@ TEST(PageWebViewTest, ShowsTheFormAndMapsClicksAndKeysToBlocks) {
                    ".map(e => e.tagName).join()")
                 .toString(),
             "FORM");
-  // The page's own world never sees the editor's script.
-  EXPECT_EQ(Script(view, "1").toInt(), 1);
 
   QSignalSpy selected(&view, &PageWebView::BlockSelected);
   QSignalSpy activated(&view, &PageWebView::BlockActivated);
@@ -370,6 +370,57 @@ TEST(PreviewServerTest, SaysWhyItCannotStart) {
   PreviewServer not_a_server("/bin/true");
   EXPECT_FALSE(not_a_server.Publish("page.html", "<p>x</p>", error));
   EXPECT_TRUE(error.contains("did not start")) << error.toStdString();
+}
+
+// In the window, the page and the outline show the same current block, and
+// Delete in the page deletes it as one step that can be undone.
+TEST(EditorWebViewTest, ThePageAndTheOutlineShareTheCurrentBlock) {
+  QTemporaryDir dir;
+  const QString file = dir.filePath("page.html");
+  {
+    QFile out(file);
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(
+        "<!DOCTYPE html>\n<html><head><title>T</title></head><body>\n"
+        "<h1>One</h1>\n<p>Two</p>\n<div id=\"three\">Three</div>\n"
+        "</body></html>\n");
+  }
+  ErrorWindow window;
+  window.resize(1000, 700);
+  window.show();
+  ASSERT_TRUE(window.OpenFile(file)) << window.errors.join("").toStdString();
+  PageWebView& web = *window.web_view();
+  ASSERT_TRUE(QTest::qWaitFor([&] { return web.IsReady(); }, kWaitMs));
+
+  QTest::mouseClick(Input(web), Qt::LeftButton, {}, Middle(web, 1));
+  ASSERT_TRUE(QTest::qWaitFor(
+      [&] { return window.view()->Current() == std::optional<size_t>(1); },
+      kWaitMs));
+  window.view()->FocusBlock(2);
+  EXPECT_TRUE(QTest::qWaitFor(
+      [&] {
+        return Script(web,
+                      "document.querySelector('[data-formwiz-current]')"
+                      "?.id")
+                   .toString() == "three";
+      },
+      kWaitMs));
+
+  QTest::mouseClick(Input(web), Qt::LeftButton, {}, Middle(web, 0));
+  ASSERT_TRUE(QTest::qWaitFor(
+      [&] { return window.view()->Current() == std::optional<size_t>(0); },
+      kWaitMs));
+  QTest::keyClick(Input(web), Qt::Key_Delete);
+  ASSERT_TRUE(QTest::qWaitFor([&] { return window.page().blocks.size() == 2; },
+                              kWaitMs));
+  ASSERT_TRUE(QTest::qWaitFor(
+      [&] {
+        return web.IsReady() &&
+               Script(web, "document.querySelector('h1') === null").toBool();
+      },
+      kWaitMs));
+  window.undo_stack()->undo();
+  EXPECT_EQ(window.page().blocks.size(), 3u);
 }
 
 }  // namespace
