@@ -132,7 +132,10 @@ void PageWebView::RegisterScheme() {
 PageWebView::PageWebView(QWidget* parent)
     : QWidget(parent),
       engine_(new QWebEngineView(this)),
-      page_(new ViewPage(engine_)),
+      // A profile of its own, kept off the disk: nothing of the page
+      // outlives the view, two editors never share (or lock) a store,
+      // and the view's scheme handler is the only one on it.
+      page_(new ViewPage(new QWebEngineProfile(this), engine_)),
       bridge_(new ViewBridge(this)),
       scheme_handler_(new ViewSchemeHandler(this)) {
   auto* layout = new QVBoxLayout(this);
@@ -162,11 +165,7 @@ PageWebView::PageWebView(QWidget* parent)
   channel->registerObject("bridge", bridge_);
   page_->setWebChannel(channel, QWebEngineScript::ApplicationWorld);
 
-  // Each view has its own handler on the shared profile's scheme; the
-  // last one made serves (the editor has one view).
-  QWebEngineProfile* profile = page_->profile();
-  profile->removeUrlScheme(kScheme);
-  profile->installUrlSchemeHandler(kScheme, scheme_handler_);
+  page_->profile()->installUrlSchemeHandler(kScheme, scheme_handler_);
 
   engine_->setPage(page_);
   connect(page_, &QWebEnginePage::loadFinished, this,
@@ -174,7 +173,7 @@ PageWebView::PageWebView(QWidget* parent)
 }
 
 PageWebView::~PageWebView() {
-  // The page goes before the handler it loads from.
+  // The page goes before its profile and the handler it loads from.
   engine_->setPage(nullptr);
   delete page_;
   page_ = nullptr;
