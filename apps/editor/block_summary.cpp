@@ -33,6 +33,45 @@ bool IsSpace(char c) {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
 }
 
+void AppendSpace(std::string& out) {
+  if (!out.empty() && out.back() != ' ') out += ' ';
+}
+
+// The elements that run on within a line of text.
+bool IsInline(GumboTag tag) {
+  switch (tag) {
+    case GUMBO_TAG_A:
+    case GUMBO_TAG_ABBR:
+    case GUMBO_TAG_B:
+    case GUMBO_TAG_BDI:
+    case GUMBO_TAG_BDO:
+    case GUMBO_TAG_CITE:
+    case GUMBO_TAG_CODE:
+    case GUMBO_TAG_DATA:
+    case GUMBO_TAG_DFN:
+    case GUMBO_TAG_EM:
+    case GUMBO_TAG_I:
+    case GUMBO_TAG_KBD:
+    case GUMBO_TAG_MARK:
+    case GUMBO_TAG_Q:
+    case GUMBO_TAG_S:
+    case GUMBO_TAG_SAMP:
+    case GUMBO_TAG_SMALL:
+    case GUMBO_TAG_SPAN:
+    case GUMBO_TAG_STRONG:
+    case GUMBO_TAG_SUB:
+    case GUMBO_TAG_SUP:
+    case GUMBO_TAG_TIME:
+    case GUMBO_TAG_U:
+    case GUMBO_TAG_VAR:
+    case GUMBO_TAG_WBR:
+    case GUMBO_TAG_UNKNOWN:
+      return true;
+    default:
+      return false;
+  }
+}
+
 // Appends the text under `node` with white space folded to single spaces,
 // until `out` is long enough. Walks with its own stack: the parser's depth
 // limit is not ours to rely on.
@@ -41,10 +80,20 @@ void CollectWords(const GumboNode* root, std::string& out) {
   while (!stack.empty() && out.size() <= kSummaryWordsLimit) {
     const GumboNode* node = stack.back();
     stack.pop_back();
-    if (node->type == GUMBO_NODE_ELEMENT || node->type == GUMBO_NODE_TEMPLATE) {
+    if (!node) {
+      AppendSpace(out);
+    } else if (node->type == GUMBO_NODE_ELEMENT ||
+               node->type == GUMBO_NODE_TEMPLATE) {
       const GumboElement& element = node->v.element;
       if (element.tag == GUMBO_TAG_SCRIPT || element.tag == GUMBO_TAG_STYLE) {
         continue;
+      }
+      // Cells, items and other boxes are apart on the page: so are their
+      // words. A null entry stands for that space after the children.
+      const bool apart = !IsInline(element.tag);
+      if (apart) {
+        AppendSpace(out);
+        stack.push_back(nullptr);
       }
       for (unsigned i = element.children.length; i > 0; --i) {
         stack.push_back(
@@ -55,7 +104,7 @@ void CollectWords(const GumboNode* root, std::string& out) {
                node->type == GUMBO_NODE_CDATA) {
       for (const char* c = node->v.text.text; *c; ++c) {
         if (IsSpace(*c)) {
-          if (!out.empty() && out.back() != ' ') out += ' ';
+          AppendSpace(out);
         } else {
           out += *c;
         }

@@ -543,6 +543,27 @@ TEST(EditorUndoTest, AForeignPageComesBackByteForByteOnceAllIsUndone) {
   EXPECT_EQ(saved, kForeignPage);
 }
 
+// Pages of other shapes (a fragment, CR LF, a byte order mark, templates)
+// pass through the window's Open and Save as the same bytes, and each block
+// has its row.
+TEST(EditorWindowTest, ForeignPagesOpenAndSaveUnchanged) {
+  QTemporaryDir dir;
+  const fs::path pages =
+      fs::path(FORMWIZ_SOURCE_DIR) / "tests/data/foreign_pages";
+  for (const auto& entry : fs::directory_iterator(pages)) {
+    if (entry.path().extension() != ".html") continue;
+    SCOPED_TRACE(entry.path().filename().string());
+    TestWindow window;
+    ASSERT_TRUE(window.OpenFile(QString::fromStdString(entry.path().string())))
+        << window.errors.join("\n").toStdString();
+    EXPECT_EQ(window.view()->BlockCount(), window.page().blocks.size());
+    const QString copy = dir.filePath("copy.html");
+    ASSERT_TRUE(window.SaveFile(copy));
+    const std::vector<uint8_t> original = ReadBytes(entry.path());
+    EXPECT_TRUE(ReadBytes(copy.toStdString()) == original);
+  }
+}
+
 TEST(EditorWindowTest, APageWithoutTitleSaysSoInItsProperties) {
   QTemporaryDir dir;
   const QString file = dir.filePath("partial.html");
@@ -714,6 +735,8 @@ TEST(BlockSummaryTest, NamesTheElementAndItsFirstWords) {
       {"<!-- the hours -->\r\n<p>Open</p>", "p", "Open"},
       {"Some <b>bold</b> text\n", "", "Some bold text"},
       {"<script>var a = '<p>';</script>", "script", ""},
+      {"<table><tr><th>Item</th><th>Price</th></tr></table>", "table",
+       "Item Price"},
       {long_text, "p",
        std::string(20, 'a') + " " + std::string(30, 'b') + "\xE2\x80\xA6"},
       {"<p>" + std::string(70, 'x') + "</p>", "p",
