@@ -344,8 +344,10 @@ void EditorWindow::FillRecentMenu() {
     const QString path = files[i];
     // &1 to &8: a key each, and the folder to tell two index.html apart.
     QAction* action = recent_menu_->addAction(
-        tr("&%1 %2").arg(i + 1).arg(QFileInfo(path).fileName()), this,
-        [this, path] { OpenRecent(path); });
+        // An "&" in a name is a letter, not a mnemonic.
+        tr("&%1 %2").arg(i + 1).arg(
+            QFileInfo(path).fileName().replace("&", "&&")),
+        this, [this, path] { OpenRecent(path); });
     action->setToolTip(QDir::toNativeSeparators(path));
     action->setStatusTip(QDir::toNativeSeparators(path));
   }
@@ -615,7 +617,10 @@ QMessageBox::StandardButton EditorWindow::AskSaveChanges() {
 }
 
 QString EditorWindow::AskOpenPath(const QString& title, const QString& filter) {
-  return QFileDialog::getOpenFileName(this, title, {}, filter);
+  // Next to the page open now: a site's pages and orbs lie together.
+  const QString folder =
+      path_.isEmpty() ? QString() : QFileInfo(path_).absolutePath();
+  return QFileDialog::getOpenFileName(this, title, folder, filter);
 }
 
 QString EditorWindow::AskSavePath() {
