@@ -433,7 +433,8 @@ class LoadFaults(harness.TestCase):
             "(%d second copies, same Message-ID; at most %d allowed)"
             % (
                 POSTS, posting_seconds, len(outcomes.success), len(outcomes.refused),
-                len(outcomes.unknown), ", ".join("%s: %d" % r for r in sorted(reasons.items())),
+                len(outcomes.unknown),
+                ", ".join("%s: %d" % r for r in sorted(reasons.items())) or "none",
                 unknown_stored, dict(sorted(outcomes.statuses.items(), key=str)),
                 self.faults["kill"], self.faults["database"], self.faults["smtp"],
                 len(by_token), len(mail.copies), extra + len(mail.copies), extra, allowed,
