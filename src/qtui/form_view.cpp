@@ -318,9 +318,7 @@ void FormView::MirrorControl(tk::Control& c, QWidget* w) {
       auto* list = static_cast<TickListView*>(w);
       list->rows().Attach(&c);
       list->rows().Settle();
-      if (list->CurrentRow() != c.ListIndex()) {
-        list->SetCurrentRow(c.ListIndex());
-      }
+      list->SetCurrentRow(c.ListIndex());
       break;
     }
     case ControlKind::kButton: {

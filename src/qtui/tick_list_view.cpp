@@ -49,6 +49,12 @@ int TickListView::CurrentRow() const { return currentIndex().row(); }
 
 void TickListView::SetCurrentRow(int row) {
   QItemSelectionModel* selection = selectionModel();
+  // The view may have moved its current row itself (a removed current row
+  // hands it on), and may then show it unselected.
+  if (row == CurrentRow() &&
+      (row < 0 || selection->isRowSelected(row, QModelIndex()))) {
+    return;
+  }
   if (row < 0) {
     selection->clear();
     return;

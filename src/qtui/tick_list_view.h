@@ -20,7 +20,8 @@ class TickListView : public QListView {
   ListRowsModel& rows() const { return *rows_; }
   // The current row, -1 for none.
   int CurrentRow() const;
-  // Makes `row` current (-1: none) and the only one selected.
+  // Makes `row` current (-1: none) and the only one selected; nothing to
+  // do when it is so already.
   void SetCurrentRow(int row);
 
  signals:
