@@ -12,6 +12,7 @@
 
 #include "component/identity.h"
 #include "host/page.h"
+#include "host/source_summary.h"
 
 namespace formwiz::host {
 namespace {
@@ -271,6 +272,32 @@ TEST(ForeignPageTest, DeepNestingIsReadOrRefusedWithinBounds) {
   std::string error;
   EXPECT_FALSE(ReadPage(divs, kept, error));
   EXPECT_NE(error.find("too complex"), std::string::npos) << error;
+}
+
+TEST(ForeignPageTest, BlocksAreSummedUpByTheirTagAndFirstWords) {
+  const std::string long_text =
+      std::string(kSummaryWords - 1, 'x') + "\xC3\xA9!";
+  const struct {
+    std::string source;
+    const char* tag;
+    std::string words;
+  } kCases[] = {
+      {"<!-- Offers -->\n<section class=a><h2>Our <b>offers</b></h2>"
+       "<p>Cheap\n  and good</p></section>\n",
+       "section", "Our offers Cheap and good"},
+      {"<script>let a = \"<p>no</p>\";</script>\n", "script", ""},
+      {"{% block content %}\n", "", "{% block content %}"},
+      {"<my-Widget data-x=1>Hi</my-Widget>", "my-widget", "Hi"},
+      {"<td>a cell out of its table</td>", "", "a cell out of its table"},
+      // Cut before a character, never inside it.
+      {"<p>" + long_text + "</p>", "p", long_text.substr(0, kSummaryWords + 1)},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.source);
+    const SourceSummary summary = SummarizeSource(c.source);
+    EXPECT_EQ(summary.tag, c.tag);
+    EXPECT_EQ(summary.words, c.words);
+  }
 }
 
 }  // namespace
