@@ -200,16 +200,18 @@ void BM_QtEnterFieldStep(benchmark::State& state) {
   });
 }
 
-// A stored definition of kRows listed fields opened from the page: from
-// OnOpen, which reads and parses it, to the first frame of the wizard on
-// its field step. Cancel, untimed, closes it.
+// A stored definition of state.range(0) fields (kFields: kRows listed)
+// opened from the page: from OnOpen, which reads and parses it, to the first
+// frame of the wizard on its field step. Cancel, untimed, closes it. A small
+// definition gives the part that does not grow with the fields.
 void BM_QtOpenStoredDefinition(benchmark::State& state) {
   qtui::QtUi ui;
   ScopedUi scoped{ui};
   const auto page = std::make_shared<host::PageDocument>();
   page->RegisterRoles();
   const auto object = page->AddObject();
-  object->html_data = Variant::String(GeneratedDefinition(kFields));
+  object->html_data =
+      Variant::String(GeneratedDefinition(static_cast<int>(state.range(0))));
   for (auto _ : state) {
     Clock::time_point start = Clock::now();
     Clock::time_point shown;
@@ -223,7 +225,7 @@ void BM_QtOpenStoredDefinition(benchmark::State& state) {
       FinishFrame();
       shown = Clock::now();
       seen = frmWizard::Instance().nCurStep == 3 &&
-             List(*view)->model()->rowCount() == kRows;
+             List(*view)->model()->rowCount() > 0;
       ClickButton(*view, "cmdNav(1)");
     };
     QTimer::singleShot(0, look);
@@ -240,7 +242,8 @@ void BM_QtOpenStoredDefinition(benchmark::State& state) {
 // The parse alone of the definition that BM_QtOpenStoredDefinition opens:
 // the part of opening that no view can make shorter.
 void BM_ParseStoredDefinition(benchmark::State& state) {
-  const std::string text = GeneratedDefinition(kFields);
+  const std::string text =
+      GeneratedDefinition(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     KelXmlDocument doc;
     if (!doc.LoadXml(text))
@@ -254,9 +257,13 @@ BENCHMARK(BM_QtMoveField)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_QtRenameKeystroke)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_QtEnterFieldStep)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_QtOpenStoredDefinition)
+    ->Arg(12)
+    ->Arg(kFields)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ParseStoredDefinition)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ParseStoredDefinition)
+    ->Arg(kFields)
+    ->Unit(benchmark::kMillisecond);
 
 // Keeps each benchmark's mean time per round, by name.
 class Recorder : public benchmark::ConsoleReporter {
@@ -301,15 +308,19 @@ int main(int argc, char** argv) {
   bool all = true;
   std::printf("\nTargets\n");
   for (const auto& [name, seconds] : recorder.seconds) {
-    if (!name.starts_with("BM_Qt")) {
-      std::printf("  %-40s %8.3f ms (no target: part of opening)\n",
-                  (name.substr(3) + ", 10,000 rows").c_str(), seconds * 1e3);
+    // "BM_QtOpenStoredDefinition/12/manual_time": "OpenStoredDefinition/12".
+    std::string label = name.substr(name.starts_with("BM_Qt") ? 5 : 3);
+    label = label.substr(0, label.find("/manual_time"));
+    // Each action on the full list has to fit in a frame; the small
+    // definition and the parse alone are there to be compared with.
+    if (!name.starts_with("BM_Qt") || name.find("/12/") != std::string::npos) {
+      std::printf("  %-40s %8.3f ms (for comparison)\n", label.c_str(),
+                  seconds * 1e3);
       continue;
     }
     const bool met = seconds <= formwiz::bench::kFrameSeconds;
     std::printf("  %-40s %8.3f ms %s (target <= 16 ms, one frame)\n",
-                (name.substr(5, name.find('/') - 5) + ", 10,000 rows").c_str(),
-                seconds * 1e3, met ? "met" : "MISSED");
+                label.c_str(), seconds * 1e3, met ? "met" : "MISSED");
     all &= met;
   }
   return all ? 0 : 1;
