@@ -6,26 +6,39 @@
 
 namespace formwiz::qtui {
 
-RowWidths::RowWidths(const QFont& font) : metrics_(font) { ascii_.fill(-1); }
+RowWidths::RowWidths(const QFont& font) : metrics_(font) { advances_.fill(-1); }
 
 void RowWidths::SetFont(const QFont& font) {
   metrics_ = QFontMetricsF(font);
-  ascii_.fill(-1);
+  advances_.fill(-1);
   widths_.clear();
   stale_ = true;
 }
 
 double RowWidths::Measure(std::string_view text) {
   double sum = 0;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= ascii_.size()) {
+  for (size_t i = 0; i < text.size();) {
+    // One- and two-byte UTF-8 sequences hold every code point below
+    // kSimpleEnd; anything longer is beyond it.
+    const auto lead = static_cast<unsigned char>(text[i]);
+    char32_t cp = lead;
+    if (lead >= 0x80) {
+      const auto next =
+          i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+      const bool pair = (lead & 0xE0) == 0xC0 && (next & 0xC0) == 0x80;
+      cp = pair ? (char32_t{lead} & 0x1F) << 6 | (next & 0x3F) : kSimpleEnd;
+    }
+    const bool combining = cp >= 0x300 && cp < 0x370;
+    if (cp >= kSimpleEnd || combining) {
       return metrics_.horizontalAdvance(
           QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())));
     }
-    double& advance = ascii_[byte];
-    if (advance < 0) advance = metrics_.horizontalAdvance(QChar(byte));
+    double& advance = advances_[cp];
+    if (advance < 0) {
+      advance = metrics_.horizontalAdvance(QChar(static_cast<char16_t>(cp)));
+    }
     sum += advance;
+    i += lead < 0x80 ? 1 : 2;
   }
   return sum;
 }

@@ -28,14 +28,19 @@ class RowWidths {
   double Widest() const;
 
  private:
-  // A text's width: for ASCII, which is most field names, the sum of its
-  // characters' advances, each measured once (kerning only narrows it);
-  // any other text is laid out whole.
+  // A text's width. Text in the alphabetic scripts written left to right
+  // up to U+058F (Latin, Greek, Cyrillic, Armenian), which is nearly every
+  // field name, is the sum of its characters' advances, each measured once:
+  // kerning only narrows it. Any other text (combining marks, scripts that
+  // join or reorder letters) is laid out whole.
   double Measure(std::string_view text);
 
+  // Characters measured one by one: the first code points, up to Hebrew.
+  static constexpr char32_t kSimpleEnd = 0x590;
+
   QFontMetricsF metrics_;
-  // Advances of the ASCII characters; negative until measured.
-  std::array<double, 128> ascii_{};
+  // Advances of those characters; negative until measured.
+  std::array<double, kSimpleEnd> advances_{};
   std::vector<double> widths_;
   // Found again when asked for after a change: one pass over the widths.
   mutable int widest_ = -1;
