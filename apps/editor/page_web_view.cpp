@@ -150,8 +150,11 @@ PageWebView::PageWebView(QWidget* parent)
   page_->settings()->setAttribute(
       QWebEngineSettings::LocalContentCanAccessFileUrls, true);
 
+  // The web channel's client comes with Qt WebChannel, as a resource.
   QFile channel_js(":/qtwebchannel/qwebchannel.js");
-  channel_js.open(QIODevice::ReadOnly);
+  if (!channel_js.open(QIODevice::ReadOnly)) {
+    qWarning("formwiz-editor: no qwebchannel.js; the page view cannot select");
+  }
   QWebEngineScript script;
   script.setName("formwiz-view");
   script.setInjectionPoint(QWebEngineScript::DocumentReady);
