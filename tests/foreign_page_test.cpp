@@ -275,22 +275,37 @@ TEST(ForeignPageTest, DeepNestingIsReadOrRefusedWithinBounds) {
 }
 
 TEST(ForeignPageTest, BlocksAreSummedUpByTheirTagAndFirstWords) {
-  const std::string long_text =
-      std::string(kSummaryWords - 1, 'x') + "\xC3\xA9!";
+  const std::string long_text = "<p>" + std::string(20, 'a') + " " +
+                                std::string(30, 'b') + " " +
+                                std::string(30, 'c') + "</p>";
   const struct {
     std::string source;
     const char* tag;
     std::string words;
   } kCases[] = {
+      {"<h1>Welcome</h1>\r\n\r\n", "h1", "Welcome"},
+      {"<P CLASS=x>Open <b>daily</b>\n  from   9.</P>", "p",
+       "Open daily from 9."},
       {"<!-- Offers -->\n<section class=a><h2>Our <b>offers</b></h2>"
        "<p>Cheap\n  and good</p></section>\n",
        "section", "Our offers Cheap and good"},
-      {"<script>let a = \"<p>no</p>\";</script>\n", "script", ""},
+      {"<my-Widget data-x>Hi</my-Widget>", "my-widget", "Hi"},
+      {"<!-- opening\n hours -->\n", "#comment", "opening hours"},
+      {"Some <b>bold</b> text\n", "", "Some bold text"},
       {"{% block content %}\n", "", "{% block content %}"},
-      {"<my-Widget data-x=1>Hi</my-Widget>", "my-widget", "Hi"},
       {"<td>a cell out of its table</td>", "", "a cell out of its table"},
-      // Cut before a character, never inside it.
-      {"<p>" + long_text + "</p>", "p", long_text.substr(0, kSummaryWords + 1)},
+      {"<script>var a = '<p>';</script>", "script", ""},
+      // Cells are apart on the page, so are their words.
+      {"<table><tr><th>Item</th><th>Price</th></tr></table>", "table",
+       "Item Price"},
+      // Long text is cut at a word, else before a character, never inside.
+      {long_text, "p",
+       std::string(20, 'a') + " " + std::string(30, 'b') + "\xE2\x80\xA6"},
+      {"<p>" + std::string(59, 'x') + "\xC3\xA9\xC3\xA9</p>", "p",
+       std::string(59, 'x') + "\xE2\x80\xA6"},
+      // Only the start of a huge block is read.
+      {"<p>Start " + std::string(kSummaryInputLimit, 'x') + "</p><h1>No</h1>",
+       "p", "Start\xE2\x80\xA6"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.source);

@@ -3,7 +3,7 @@
 #include <QCoreApplication>
 #include <utility>
 
-#include "block_summary.h"
+#include "host/source_summary.h"
 
 namespace formwiz::editor {
 
@@ -32,7 +32,7 @@ QString BlockName(const host::PageBlock& block) {
     return name.empty() ? Tr("Object") : QString::fromStdString(name);
   }
   if (block.source) {
-    const BlockSummary summary = SummarizeBlock(*block.source);
+    const host::SourceSummary summary = host::SummarizeSource(*block.source);
     return summary.tag.empty()
                ? Tr("Text")
                : QString::fromStdString("<" + summary.tag + ">");

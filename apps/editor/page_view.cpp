@@ -15,7 +15,7 @@
 #include <QVBoxLayout>
 #include <utility>
 
-#include "block_summary.h"
+#include "host/source_summary.h"
 
 namespace formwiz::editor {
 
@@ -136,6 +136,9 @@ QFrame* PageView::MakeParagraphRow(size_t index, const host::PageBlock& block) {
   QLabel* grip = MakeGrip();
   grip->installEventFilter(this);
   auto* edit = new QLineEdit(QString::fromStdString(block.text));
+  // A line edit starts with its caret at the end; a long paragraph in the
+  // narrow outline would then show only its last words.
+  edit->setCursorPosition(0);
   edit->setPlaceholderText(tr("Type a paragraph"));
   edit->setFrame(false);
   edit->installEventFilter(this);
@@ -186,7 +189,7 @@ QFrame* PageView::MakeObjectRow(const host::PageObject& object) {
 }
 
 QFrame* PageView::MakeForeignRow(const std::string& source) {
-  const BlockSummary summary = SummarizeBlock(source);
+  const host::SourceSummary summary = host::SummarizeSource(source);
   auto* row = new QFrame;
   auto* layout = new QHBoxLayout(row);
   layout->setContentsMargins(4, 4, 6, 4);
@@ -248,6 +251,10 @@ void PageView::FillObjectRow(QFrame* row, const host::PageObject& object) {
 void PageView::FocusBlock(size_t index) {
   if (index >= rows_.size()) return;
   SetCurrent(index);
+  // A paragraph taken up from the keyboard or made new goes on at its end.
+  if (IsParagraphRow(index)) {
+    if (auto* edit = rows_[index]->findChild<QLineEdit*>()) edit->end(false);
+  }
   rows_[index]->setFocus(Qt::OtherFocusReason);
   ensureWidgetVisible(rows_[index]);
 }

@@ -22,7 +22,6 @@
 #include <iterator>
 
 #include "../qt_test_support.h"
-#include "block_summary.h"
 #include "component/identity.h"
 #include "editor_window.h"
 #include "host/orb_catalog.h"
@@ -724,42 +723,6 @@ TEST(EditorWindowTest, APathThatIsNotThereStartsANewPageSavedThere) {
     ASSERT_TRUE(host::ReadPage(text, saved, error)) << error;
     ASSERT_EQ(saved.blocks.size(), 1u);
     EXPECT_EQ(saved.blocks[0].text, "Hello");
-  }
-}
-
-TEST(BlockSummaryTest, NamesTheElementAndItsFirstWords) {
-  struct Case {
-    std::string html;
-    std::string tag;
-    std::string words;
-  };
-  const std::string long_text = "<p>" + std::string(20, 'a') + " " +
-                                std::string(30, 'b') + " " +
-                                std::string(30, 'c') + "</p>";
-  const std::vector<Case> cases = {
-      {"<h1>Welcome</h1>\r\n\r\n", "h1", "Welcome"},
-      {"<P CLASS=x>Open <b>daily</b>\n  from   9.</P>", "p",
-       "Open daily from 9."},
-      {"<my-Widget data-x>Hi</my-Widget>", "my-widget", "Hi"},
-      {"<!-- opening\n hours -->\n", "#comment", "opening hours"},
-      {"<!-- the hours -->\r\n<p>Open</p>", "p", "Open"},
-      {"Some <b>bold</b> text\n", "", "Some bold text"},
-      {"<script>var a = '<p>';</script>", "script", ""},
-      {"<table><tr><th>Item</th><th>Price</th></tr></table>", "table",
-       "Item Price"},
-      {long_text, "p",
-       std::string(20, 'a') + " " + std::string(30, 'b') + "\xE2\x80\xA6"},
-      {"<p>" + std::string(70, 'x') + "</p>", "p",
-       std::string(kSummaryWordsLimit, 'x') + "\xE2\x80\xA6"},
-      // Cut inside a character: at its start instead.
-      {"<p>" + std::string(59, 'x') + "\xC3\xA9\xC3\xA9</p>", "p",
-       std::string(59, 'x') + "\xE2\x80\xA6"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.html);
-    const BlockSummary summary = SummarizeBlock(c.html);
-    EXPECT_EQ(summary.tag, c.tag);
-    EXPECT_EQ(summary.words, c.words);
   }
 }
 
