@@ -88,8 +88,10 @@ class TreeBuilder {
       const XML_Char** end = attrs;
       while (*end != nullptr) end += 2;
       element->attrs.reserve(static_cast<size_t>(end - attrs) / 2);
+      // Built in their place: a temporary would copy every name and value
+      // once more on its way in.
       for (const XML_Char** a = attrs; a != end; a += 2) {
-        element->attrs.push_back(detail::Attr{a[0], a[1]});
+        element->attrs.emplace_back(a[0], a[1]);
       }
       self.current_ = self.current_->Append(std::move(element));
     });
