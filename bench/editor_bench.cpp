@@ -18,6 +18,7 @@
 
 #include "editor_window.h"
 #include "host/page.h"
+#include "page_view.h"
 #include "page_web_view.h"
 
 namespace formwiz::bench {
@@ -134,6 +135,24 @@ void BM_RenderAgain200Forms(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_RenderAgain200Forms)->Unit(benchmark::kMillisecond);
+
+// The outline alone: its 400 rows built anew, laid out and painted, as at
+// each open or change of blocks.
+void BM_Outline200Forms(benchmark::State& state) {
+  Window& window = fixture->window;
+  if (!window.OpenFile(fixture->page) || !WaitRendered(*window.web_view())) {
+    state.SkipWithError("not opened");
+    return;
+  }
+  for (auto _ : state) {
+    window.view()->ShowPage(window.page(), std::nullopt);
+    window.view()->viewport()->repaint();
+    // The rows of the page before go now, not in some later frame.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QCoreApplication::processEvents();
+  }
+}
+BENCHMARK(BM_Outline200Forms)->Unit(benchmark::kMillisecond);
 
 class Recorder : public benchmark::ConsoleReporter {
  public:

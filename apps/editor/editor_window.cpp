@@ -518,10 +518,15 @@ void EditorWindow::SetPage(host::Page page, QString path) {
   undo_stack_->clear();
   page_ = std::move(page);
   path_ = std::move(path);
+  // The rendered view first: Chromium lays the page out in processes of
+  // its own while the outline is built here. No block is current yet.
+  preview_timer_.stop();
+  web_view_->SetBaseFolder(path_.isEmpty() ? QString()
+                                           : QFileInfo(path_).absolutePath());
+  web_view_->ShowPage(page_, std::nullopt);
   view_->ShowPage(page_, std::nullopt);
   UpdateTitle();
   UpdateActions();
-  UpdatePreview();
 }
 
 bool EditorWindow::IsModified() const { return !undo_stack_->isClean(); }

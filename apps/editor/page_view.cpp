@@ -12,7 +12,9 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QPixmap>
+#include <QStyle>
 #include <QVBoxLayout>
+#include <string>
 #include <utility>
 
 #include "host/source_summary.h"
@@ -29,13 +31,24 @@ constexpr int kPictureHeight = 48;
 // How much of a foreign block its tooltip shows.
 constexpr qsizetype kTooltipBytes = 400;
 
-// The row frame's look: a highlighted border marks the current block; the
-// others keep a transparent one of the same width, so nothing moves.
+constexpr char kCurrentProperty[] = "formwizCurrent";
+
+// The rows' look, one style sheet for all of them on the canvas: a
+// highlighted border marks the current block; the others keep a
+// transparent one of the same width, so nothing moves. A style sheet per
+// row cost a style of its own for each of hundreds of rows.
+constexpr char kRowsStyle[] =
+    "QFrame#block { border: 2px solid transparent; border-radius: 4px; }\n"
+    "QFrame#block[formwizCurrent=\"true\"] { border-color: "
+    "palette(highlight); }";
+
 void StyleRow(QFrame* row, bool current) {
-  row->setStyleSheet(current ? "QFrame#block { border: 2px solid "
-                               "palette(highlight); border-radius: 4px; }"
-                             : "QFrame#block { border: 2px solid transparent; "
-                               "border-radius: 4px; }");
+  row->setProperty(kCurrentProperty, current);
+  // A style sheet reads properties when it polishes: the row is polished
+  // again to show the new border.
+  row->style()->unpolish(row);
+  row->style()->polish(row);
+  row->update();
 }
 
 // The handle a row is dragged by.
@@ -74,6 +87,7 @@ PageView::PageView(QWidget* parent)
   canvas_->setBackgroundRole(QPalette::Base);
   canvas_->setAutoFillBackground(true);
   canvas_->setAcceptDrops(true);
+  canvas_->setStyleSheet(kRowsStyle);
   canvas_->installEventFilter(this);
   // Outside the layout: it is placed by hand over the gap a drop would fill.
   drop_marker_ = new QFrame(canvas_);
@@ -95,6 +109,17 @@ void PageView::ShowPage(const host::Page& page, std::optional<size_t> current) {
   rows_.clear();
   current_.reset();
   press_block_.reset();
+  // The pictures of this page only: those of the page before that are
+  // still shown are taken over, the rest are let go.
+  std::unordered_map<std::string, QPixmap> pictures_before;
+  pictures_before.swap(pictures_);
+  pictures_before_ = &pictures_before;
+  // Nothing is painted while hundreds of rows come in; the canvas is
+  // painted once with all of them.
+  canvas_->setUpdatesEnabled(false);
+  // Nor is the column laid out again for each row that comes in (each
+  // time over all the rows before it): once, when all are in.
+  layout_->setEnabled(false);
   for (size_t i = 0; i < page.blocks.size(); ++i) {
     const host::PageBlock& block = page.blocks[i];
     QFrame* row = block.object   ? MakeObjectRow(*block.object)
@@ -102,7 +127,6 @@ void PageView::ShowPage(const host::Page& page, std::optional<size_t> current) {
                                  : MakeParagraphRow(i, block);
     row->setObjectName("block");
     row->setProperty(kBlockProperty, static_cast<qulonglong>(i));
-    StyleRow(row, false);
     // The stretch stays last, so rows gather at the top.
     layout_->insertWidget(layout_->count() - 1, row);
     // Shown now, not by the layout's queued show: a hidden row cannot take
@@ -110,6 +134,10 @@ void PageView::ShowPage(const host::Page& page, std::optional<size_t> current) {
     row->show();
     rows_.push_back(row);
   }
+  pictures_before_ = nullptr;
+  layout_->setEnabled(true);
+  layout_->activate();
+  canvas_->setUpdatesEnabled(true);
   if (current && *current < rows_.size()) {
     FocusBlock(*current);
   } else {
@@ -231,13 +259,8 @@ void PageView::FillObjectRow(QFrame* row, const host::PageObject& object) {
   auto* picture = row->findChild<QLabel*>("picture");
   auto* name = row->findChild<QLabel*>("name");
   if (!picture || !name) return;
-  QPixmap pixmap;
-  const auto& bytes = object.html_picture;
-  if (bytes && !bytes->empty() &&
-      pixmap.loadFromData(bytes->data(), static_cast<uint>(bytes->size()))) {
-    if (pixmap.height() > kPictureHeight) {
-      pixmap = pixmap.scaledToHeight(kPictureHeight, Qt::SmoothTransformation);
-    }
+  const QPixmap pixmap = Picture(object);
+  if (!pixmap.isNull()) {
     picture->setPixmap(pixmap);
   } else {
     // No picture, or bytes that are no image the platform knows.
@@ -246,6 +269,33 @@ void PageView::FillObjectRow(QFrame* row, const host::PageObject& object) {
   const std::string display = object.display_name.value_or("");
   name->setText(display.empty() ? tr("(unnamed object)")
                                 : QString::fromStdString(display));
+}
+
+QPixmap PageView::Picture(const host::PageObject& object) {
+  const auto& bytes = object.html_picture;
+  if (!bytes || bytes->empty()) return {};
+  // Most objects of a page share a few pictures (the placeholder of each
+  // kind): each is decoded and scaled once.
+  std::string key(bytes->begin(), bytes->end());
+  if (const auto found = pictures_.find(key); found != pictures_.end()) {
+    return found->second;
+  }
+  QPixmap pixmap;
+  if (pictures_before_) {
+    if (const auto found = pictures_before_->find(key);
+        found != pictures_before_->end()) {
+      pixmap = found->second;
+    }
+  }
+  if (pixmap.isNull() &&
+      pixmap.loadFromData(bytes->data(), static_cast<uint>(bytes->size())) &&
+      pixmap.height() > kPictureHeight) {
+    pixmap = pixmap.scaledToHeight(kPictureHeight, Qt::SmoothTransformation);
+  }
+  // Bytes that are no image the platform knows are kept too, as a null
+  // pixmap: they are not decoded again either.
+  pictures_.emplace(std::move(key), pixmap);
+  return pixmap;
 }
 
 void PageView::FocusBlock(size_t index) {

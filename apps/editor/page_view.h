@@ -8,9 +8,12 @@
 // place.
 #pragma once
 
+#include <QPixmap>
 #include <QPoint>
 #include <QScrollArea>
 #include <optional>
+#include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -71,6 +74,9 @@ class PageView : public QScrollArea {
   QFrame* MakeObjectRow(const host::PageObject& object);
   QFrame* MakeForeignRow(const std::string& source);
   void FillObjectRow(QFrame* row, const host::PageObject& object);
+  // An object's picture at the outline's height; null when it has none
+  // or its bytes are no image.
+  QPixmap Picture(const host::PageObject& object);
   void SetCurrent(std::optional<size_t> index);
   bool IsParagraphRow(size_t index) const;
   bool IsObjectRow(size_t index) const;
@@ -88,6 +94,10 @@ class PageView : public QScrollArea {
   // The line that shows where a dragged row would land.
   QFrame* drop_marker_;
   std::vector<QFrame*> rows_;
+  // Pictures by their bytes, decoded and scaled, of the page shown; while
+  // ShowPage builds the rows, also those of the page before.
+  std::unordered_map<std::string, QPixmap> pictures_;
+  const std::unordered_map<std::string, QPixmap>* pictures_before_ = nullptr;
   std::optional<size_t> current_;
   // A press that may become a drag.
   std::optional<size_t> press_block_;

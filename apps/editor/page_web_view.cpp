@@ -16,6 +16,7 @@
 #include <QWebEngineUrlScheme>
 #include <QWebEngineUrlSchemeHandler>
 #include <QWebEngineView>
+#include <cmath>
 
 #include "page_web_view_script.h"
 #include "view_html.h"
@@ -34,6 +35,10 @@ constexpr char kUnsavedFolder[] = "/formwiz-unsaved";
 constexpr char kUnsavedName[] = "page.html";
 // A stylesheet or picture of the page larger than this is not shown.
 constexpr qint64 kMaxResourceSize = qint64{64} << 20;
+// How far, in pixels, the view may be from where the script last reported
+// the block at its top for that report to still hold (positions are
+// fractional on scaled screens).
+constexpr double kScrollSlack = 1.0;
 
 }  // namespace
 
@@ -115,6 +120,10 @@ class ViewBridge : public QObject {
   Q_INVOKABLE void blockClicked(int index) { view_->OnBlockClicked(index); }
   Q_INVOKABLE void blockActivated(int index) { view_->OnBlockActivated(index); }
   Q_INVOKABLE void deletePressed(int index) { view_->OnDeletePressed(index); }
+  Q_INVOKABLE void scrolled(int generation, int index, double offset,
+                            double y) {
+    view_->OnScrolled(generation, index, offset, y);
+  }
 
  private:
   PageWebView* view_;
@@ -163,6 +172,13 @@ PageWebView::PageWebView(QWidget* parent)
   script.setSourceCode(QString::fromUtf8(channel_js.readAll()) +
                        QString::fromUtf8(kViewScript));
   page_->scripts().insert(script);
+  QWebEngineScript early;
+  early.setName("formwiz-view-early");
+  early.setInjectionPoint(QWebEngineScript::DocumentCreation);
+  early.setWorldId(QWebEngineScript::ApplicationWorld);
+  early.setRunsOnSubFrames(false);
+  early.setSourceCode(QString::fromUtf8(kViewEarlyScript));
+  page_->scripts().insert(early);
 
   auto* channel = new QWebChannel(this);
   channel->registerObject("bridge", bridge_);
@@ -195,7 +211,14 @@ void PageWebView::ShowPage(const host::Page& page,
   current_ = current && *current < page.blocks.size() ? current : std::nullopt;
   // Where the person has scrolled to; while a render is still loading,
   // the place the last one was to restore.
-  if (ready_) scroll_y_ = page_->scrollPosition().y();
+  if (ready_) {
+    scroll_y_ = page_->scrollPosition().y();
+    // A report still on its way leaves the last one behind where the view
+    // is now: the pixels are then the better guess.
+    if (anchor_ && std::abs(anchor_->y - scroll_y_) > kScrollSlack) {
+      anchor_.reset();
+    }
+  }
   ++generation_;
   loaded_ = script_ready_ = ready_ = false;
 
@@ -216,6 +239,10 @@ void PageWebView::ShowPage(const host::Page& page,
   QUrlQuery query;
   query.addQueryItem("g", QString::number(generation_));
   query.addQueryItem("y", QString::number(scroll_y_));
+  if (anchor_) {
+    query.addQueryItem("a", QString::number(qulonglong(anchor_->block)));
+    query.addQueryItem("o", QString::number(anchor_->offset));
+  }
   url.setQuery(query);
   page_->load(url);
 }
@@ -246,6 +273,16 @@ void PageWebView::OnScriptReady(int generation) {
   script_ready_ = true;
   PushCurrent(false);
   MaybeRendered();
+}
+
+void PageWebView::OnScrolled(int generation, int index, double offset,
+                             double y) {
+  if (generation != generation_ || index < 0 ||
+      size_t(index) >= is_form_.size() || !std::isfinite(offset) ||
+      !std::isfinite(y)) {
+    return;
+  }
+  anchor_ = Anchor{size_t(index), offset, y};
 }
 
 void PageWebView::OnLoadFinished(bool ok) {

@@ -54,6 +54,12 @@ class PageWebView : public QWidget {
   // The browser view inside, for tests that run script on the page or send
   // it input.
   QWebEngineView* engine() const { return engine_; }
+  // The block at the top of the view, as the script last reported it once
+  // the person (or a render) scrolled: what the next render scrolls back
+  // to.
+  std::optional<size_t> TopBlock() const {
+    return anchor_ ? std::optional<size_t>(anchor_->block) : std::nullopt;
+  }
   // The HTML of the last ShowPage, as the view loads it.
   const QByteArray& ShownHtml() const { return shown_html_; }
 
@@ -75,6 +81,7 @@ class PageWebView : public QWidget {
   void OnBlockClicked(int index);
   void OnBlockActivated(int index);
   void OnDeletePressed(int index);
+  void OnScrolled(int generation, int index, double offset, double y);
   void OnLoadFinished(bool ok);
   void MaybeRendered();
   // Outlines current_ in the page, scrolling it into view when asked.
@@ -96,8 +103,18 @@ class PageWebView : public QWidget {
   bool loaded_ = false;
   bool script_ready_ = false;
   bool ready_ = false;
-  // The page's scroll position, restored after each render.
+  // The page's scroll position, restored after each render: by the block
+  // at the top of the view where the script's report of it is current,
+  // else by pixels.
   double scroll_y_ = 0;
+  struct Anchor {
+    size_t block;
+    // How far the view's top is below the block's top.
+    double offset;
+    // The scroll position when it was reported.
+    double y;
+  };
+  std::optional<Anchor> anchor_;
 };
 
 }  // namespace formwiz::editor

@@ -3,7 +3,14 @@
 // block by the comments that ViewHtml puts in, outlines the current block,
 // and reports clicks, double-clicks, Enter and Delete through the web
 // channel's "bridge". The page's URL carries which render
-// this is (g) and where to scroll to (y).
+// this is (g) and where to scroll to: a block (a) and how far below its top
+// (o), or else a position in pixels (y).
+//
+// Forms off screen are not laid out (content-visibility), which is most of
+// what a page of many forms costs to show; they stand in at an estimated
+// height until scrolled to. Pixels above the place scrolled to therefore
+// differ between renders, so the place is kept as the block at the top of
+// the view, reported to the editor as the person scrolls.
 #pragma once
 
 namespace formwiz::editor {
@@ -16,6 +23,8 @@ inline constexpr char kViewScript[] = R"js(
   const params = new URLSearchParams(location.search);
   const generation = Number(params.get('g') || 0);
   const restoreY = Number(params.get('y') || 0);
+  const anchor = params.has('a') ? Number(params.get('a')) : -1;
+  const anchorOffset = Number(params.get('o') || 0);
   const indexOf = new WeakMap();
   const blocks = [];
   let current = -1;
@@ -93,7 +102,9 @@ inline constexpr char kViewScript[] = R"js(
       '[data-formwiz-block]:hover { outline: 1px dashed #0b57d0aa; ' +
       'outline-offset: 2px; }\n' +
       '[data-formwiz-current], [data-formwiz-current]:hover { ' +
-      'outline: 2px solid #0b57d0 !important; outline-offset: 2px; }');
+      'outline: 2px solid #0b57d0 !important; outline-offset: 2px; }\n' +
+      'form[data-formwiz-block] { content-visibility: auto; ' +
+      'contain-intrinsic-size: auto 600px; }');
   document.adoptedStyleSheets = [...document.adoptedStyleSheets, sheet];
 
   // Nothing in the view submits, follows a link or toggles: a click only
@@ -121,12 +132,64 @@ inline constexpr char kViewScript[] = R"js(
       bridge.deletePressed(current);
     }
   }, true);
+  // The first block whose box reaches below the top of the view, and how
+  // far the view's top is below that block's top. Blocks are in document
+  // order, so their boxes are too.
+  function topBlock() {
+    const shown = [];
+    for (let i = 0; i < blocks.length; ++i) {
+      if (blocks[i] && blocks[i].length) shown.push(i);
+    }
+    let low = 0, high = shown.length;
+    while (low < high) {
+      const mid = (low + high) >> 1;
+      if (blocks[shown[mid]][0].getBoundingClientRect().bottom > 0) {
+        high = mid;
+      } else {
+        low = mid + 1;
+      }
+    }
+    if (low === shown.length) return null;
+    const index = shown[low];
+    return {index: index,
+            offset: -blocks[index][0].getBoundingClientRect().top};
+  }
+
+  function report() {
+    const top = topBlock();
+    if (top && bridge) {
+      bridge.scrolled(generation, top.index, top.offset, window.scrollY);
+    }
+  }
+
+  function restore() {
+    const nodes = blocks[anchor] || [];
+    if (nodes.length) {
+      window.scrollTo(
+          0, nodes[0].getBoundingClientRect().top + window.scrollY +
+              anchorOffset);
+    } else if (restoreY > 0) {
+      window.scrollTo(0, restoreY);
+    }
+  }
+
+  // Once a frame at most: the editor keeps the last report.
+  let reportPending = false;
+  window.addEventListener('scroll', () => {
+    if (reportPending) return;
+    reportPending = true;
+    requestAnimationFrame(() => {
+      reportPending = false;
+      report();
+    });
+  }, {passive: true});
+
   collect();
   // Once now, while stylesheets may still be loading, and again when they
   // are in: the page then has its full height.
-  if (restoreY > 0) {
-    window.scrollTo(0, restoreY);
-    window.addEventListener('load', () => window.scrollTo(0, restoreY));
+  if (anchor >= 0 || restoreY > 0) {
+    restore();
+    window.addEventListener('load', restore);
   }
 
   window.formwizView = {
@@ -143,7 +206,22 @@ inline constexpr char kViewScript[] = R"js(
   new QWebChannel(qt.webChannelTransport, (channel) => {
     bridge = channel.objects.bridge;
     bridge.ready(generation);
+    report();
   });
+})();
+)js";
+
+// Runs as the document is made, before the page's HTML is parsed: the
+// forms this editor puts in a page (of class fw-form) are laid out only
+// once on screen from the first layout on, not only once the view's
+// script has found the blocks.
+inline constexpr char kViewEarlyScript[] = R"js(
+(function () {
+  'use strict';
+  const sheet = new CSSStyleSheet();
+  sheet.replaceSync('form.fw-form { content-visibility: auto; ' +
+      'contain-intrinsic-size: auto 600px; }');
+  document.adoptedStyleSheets = [...document.adoptedStyleSheets, sheet];
 })();
 )js";
 

@@ -252,6 +252,44 @@ TEST(PageWebViewTest, AnEditKeepsTheScrollPositionAndNothingLeavesThePage) {
   EXPECT_EQ(Script(view, "window.scrollY").toInt(), 1500);
 }
 
+// Forms off screen are not laid out and stand in at an estimated height,
+// so pixels above the view differ between renders: a render keeps the
+// block at the top of the view where it was. The forms above were laid out
+// (as when scrolled through) in the first render and are not in the next.
+TEST(PageWebViewTest, AnEditKeepsTheBlockAtTheTopBelowFormsNotLaidOut) {
+  PageWebView view;
+  view.resize(800, 600);
+  view.show();
+  host::Page page;
+  for (int i = 0; i < 30; ++i) {
+    page.blocks.push_back({"Paragraph " + std::to_string(i), nullptr});
+    auto object = page.document->AddObject();
+    object->html_source =
+        "<form><input name=\"f" + std::to_string(i) + "\"></form>";
+    page.blocks.push_back({"", object});
+  }
+  constexpr size_t kTop = 41;
+  ShowAndWait(view, page, std::nullopt);
+  Script(view,
+         "document.querySelectorAll('form').forEach("
+         "f => f.style.contentVisibility = 'visible')");
+  Script(view,
+         QString("window.scrollBy(0, formwizView.rect(%1).y + 10)").arg(kTop));
+  ASSERT_TRUE(
+      QTest::qWaitFor([&] { return view.TopBlock() == kTop; }, kWaitMs));
+  const double before =
+      Script(view, QString("formwizView.rect(%1).y").arg(kTop)).toDouble();
+
+  page.blocks[0].text = "Edited at the top";
+  ShowAndWait(view, page, std::nullopt);
+  // Where the forms above it were laid out, the block would be well off.
+  ASSERT_TRUE(
+      QTest::qWaitFor([&] { return view.TopBlock() == kTop; }, kWaitMs));
+  EXPECT_NEAR(
+      Script(view, QString("formwizView.rect(%1).y").arg(kTop)).toDouble(),
+      before, 1.0);
+}
+
 // Runs formwiz with `args`, waiting a bounded time; gives its exit code.
 int Formwiz(const QStringList& args) {
   QProcess process;
