@@ -21,6 +21,7 @@
 
 #include "actionoptions/frm_action_options.h"
 #include "bench/definition.h"
+#include "bench/recorder.h"
 #include "component/cls_form_wiz.h"
 #include "formdoc/kelxml.h"
 #include "host/page_document.h"
@@ -269,23 +270,6 @@ BENCHMARK(BM_QtOpenStoredDefinition)
 BENCHMARK(BM_ParseStoredDefinition)
     ->Arg(kFields)
     ->Unit(benchmark::kMillisecond);
-
-// Keeps each benchmark's mean time per round, by name.
-class Recorder : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.error_occurred || run.run_type != Run::RT_Iteration ||
-          run.iterations == 0) {
-        continue;
-      }
-      seconds[run.benchmark_name()] =
-          run.real_accumulated_time / static_cast<double>(run.iterations);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> seconds;
-};
 
 }  // namespace
 }  // namespace formwiz::bench

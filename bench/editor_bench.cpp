@@ -16,6 +16,7 @@
 #include <map>
 #include <string>
 
+#include "bench/recorder.h"
 #include "editor_window.h"
 #include "host/page.h"
 #include "page_view.h"
@@ -153,22 +154,6 @@ void BM_Outline200Forms(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_Outline200Forms)->Unit(benchmark::kMillisecond);
-
-class Recorder : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.error_occurred || run.run_type != Run::RT_Iteration ||
-          run.iterations == 0) {
-        continue;
-      }
-      seconds[run.benchmark_name()] =
-          run.real_accumulated_time / static_cast<double>(run.iterations);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> seconds;
-};
 
 }  // namespace
 }  // namespace formwiz::bench

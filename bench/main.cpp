@@ -14,26 +14,10 @@
 
 #include "bench/definition.h"
 #include "bench/pipeline.h"
+#include "bench/recorder.h"
 
 namespace formwiz::bench {
 namespace {
-
-// Keeps the mean real time in seconds of every benchmark that ran, by name.
-class Recorder : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.error_occurred || run.run_type != Run::RT_Iteration ||
-          run.iterations == 0) {
-        continue;
-      }
-      seconds[run.benchmark_name()] =
-          run.real_accumulated_time / static_cast<double>(run.iterations);
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> seconds;
-};
 
 // A kB figure of /proc/self/status ("VmRSS", "VmHWM"); -1 when unknown.
 long StatusKb(const std::string& key) {
