@@ -2,6 +2,8 @@
 // file not made yet: the editor starts a new page that is saved there. With
 // --grab FILE it shows the page, saves a picture of the window to FILE and
 // quits, which is how the documentation's screenshots are made.
+#include <unistd.h>
+
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDeadlineTimer>
@@ -33,6 +35,14 @@ class GrabbingWindow : public formwiz::editor::EditorWindow {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Chromium's sandbox will not start for root, and the page view would
+  // then stay blank. The view shows only the page being edited, with its
+  // scripts off, so as root it runs without the sandbox rather than not at
+  // all; anyone else keeps it.
+  if (geteuid() == 0 &&
+      qEnvironmentVariableIsEmpty("QTWEBENGINE_DISABLE_SANDBOX")) {
+    qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+  }
   // Before the application object: the web view's scheme is read then.
   formwiz::editor::PageWebView::RegisterScheme();
   QApplication app(argc, argv);
