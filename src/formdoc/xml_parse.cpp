@@ -90,8 +90,12 @@ class TreeBuilder {
       element->attrs.reserve(static_cast<size_t>(end - attrs) / 2);
       // Built in their place: a temporary would copy every name and value
       // once more on its way in.
+      // (Assigned member by member: clang 14, which the fuzz build uses,
+      // cannot construct an aggregate from parentheses.)
       for (const XML_Char** a = attrs; a != end; a += 2) {
-        element->attrs.emplace_back(a[0], a[1]);
+        detail::Attr& attr = element->attrs.emplace_back();
+        attr.name = a[0];
+        attr.value = a[1];
       }
       self.current_ = self.current_->Append(std::move(element));
     });
