@@ -8,9 +8,12 @@
 
 #include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "component/failure.h"
 #include "component_test_support.h"
+#include "formdoc/parse_ahead.h"
 
 namespace formwiz {
 namespace {
@@ -189,6 +192,73 @@ TEST(KelXmlFind, FindsTheFirstNestedElementDetached) {
   EXPECT_EQ(impl.Xml(), "<impl><form></form></impl>");
   EXPECT_TRUE(impl.ParentNode().IsNull());
   EXPECT_TRUE(FindElementInXml("<orb/>", "impl").IsNull());
+}
+
+// A definition parsed ahead on another thread is what LoadXml of the same
+// text would build, is taken by one document only, and a text that does
+// not parse is never held, so LoadXml still refuses it.
+TEST(KelXmlParseAhead, LoadXmlTakesTheTreeOnceAndRefusesAsBefore) {
+  DropParsedAhead();
+  const std::string text =
+      "<impl>\n  <!-- c --><form a=\"1\" b=\"&amp;\"><x>t</x></form>\n</impl>";
+  KelXmlDocument fresh;
+  ASSERT_TRUE(fresh.LoadXml(text));
+  bool parsed = false;
+  std::thread([&] { parsed = ParseAhead(text); }).join();
+  ASSERT_TRUE(parsed);
+  EXPECT_TRUE(IsParsedAhead(text));
+  EXPECT_FALSE(IsParsedAhead(text + " "));
+
+  KelXmlDocument first;
+  ASSERT_TRUE(first.LoadXml(text));
+  EXPECT_FALSE(IsParsedAhead(text));
+  EXPECT_EQ(first.Root().FirstChild().Xml(), fresh.Root().FirstChild().Xml());
+  // The second open parses again.
+  KelXmlDocument second;
+  ASSERT_TRUE(second.LoadXml(text));
+  EXPECT_EQ(second.Root().FirstChild().Xml(), fresh.Root().FirstChild().Xml());
+
+  for (const NamedXml& c : Unreadable()) {
+    SCOPED_TRACE(c.name);
+    EXPECT_FALSE(ParseAhead(c.xml));
+    EXPECT_FALSE(IsParsedAhead(c.xml));
+    EXPECT_FALSE(second.LoadXml(c.xml));
+  }
+}
+
+// Threads parse ahead while the opening thread takes trees; what is held
+// stays within its bound, the oldest going first.
+TEST(KelXmlParseAhead, ManyThreadsAndABoundedStore) {
+  DropParsedAhead();
+  const size_t share = kParseAheadBytes / 4;
+  std::vector<std::string> texts;
+  for (int i = 0; i < 6; ++i) {
+    texts.push_back("<a n=\"" + std::to_string(i) + "\"><!--" +
+                    std::string(share, 'x') + "--></a>");
+  }
+  std::vector<std::thread> workers;
+  for (int w = 0; w < 2; ++w) {
+    workers.emplace_back([&, w] {
+      for (size_t i = static_cast<size_t>(w); i < 4; i += 2) {
+        ParseAhead(texts[i]);
+      }
+    });
+  }
+  for (int round = 0; round < 50; ++round) {
+    KelXmlDocument doc;
+    ASSERT_TRUE(doc.LoadXml(texts[static_cast<size_t>(round % 4)]));
+  }
+  for (std::thread& w : workers) w.join();
+  DropParsedAhead();
+  for (const std::string& t : texts) ASSERT_TRUE(ParseAhead(t));
+  // Four shares and their tags are more than the bound: three are held, the
+  // newest.
+  for (size_t i = 0; i < texts.size(); ++i) {
+    EXPECT_EQ(IsParsedAhead(texts[i]), i >= 3) << i;
+  }
+  EXPECT_FALSE(ParseAhead(std::string(kParseAheadBytes + 1, ' ')));
+  DropParsedAhead();
+  EXPECT_FALSE(IsParsedAhead(texts[5]));
 }
 
 TEST(KelXmlHostile, UnreadableDocumentsAreRefusedWhole) {

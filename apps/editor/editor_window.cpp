@@ -435,6 +435,8 @@ void EditorWindow::EditObject() {
     wiz->OnOpen(object, page_.document, 0);
   });
   const ObjectState after = ObjectState::Of(*object);
+  // The open took the tree parsed ahead, whether or not anything changed.
+  definitions_ahead_.Queue(page_);
   // An OnOpen nested in the editor's UpdateItem may have added objects;
   // they are put in by a command, as an insertion is.
   const size_t at = *current + 1;
@@ -516,6 +518,7 @@ void EditorWindow::RunComponent(const std::function<void()>& call) {
 void EditorWindow::SetPage(host::Page page, QString path) {
   // The steps of the page before make no sense on this one.
   undo_stack_->clear();
+  definitions_ahead_.Forget();
   page_ = std::move(page);
   path_ = std::move(path);
   // The rendered view first: Chromium lays the page out in processes of
@@ -527,6 +530,7 @@ void EditorWindow::SetPage(host::Page page, QString path) {
   view_->ShowPage(page_, std::nullopt);
   UpdateTitle();
   UpdateActions();
+  definitions_ahead_.Queue(page_);
 }
 
 bool EditorWindow::IsModified() const { return !undo_stack_->isClean(); }
@@ -545,6 +549,7 @@ void EditorWindow::TitleChanged() {}
 
 void EditorWindow::StackChanged() {
   UpdateActions();
+  definitions_ahead_.Queue(page_);
   preview_timer_.start();
 }
 

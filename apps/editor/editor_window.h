@@ -18,6 +18,7 @@
 #include <optional>
 #include <vector>
 
+#include "definitions_ahead.h"
 #include "host/orb_catalog.h"
 #include "host/page.h"
 #include "page_commands.h"
@@ -87,6 +88,8 @@ class EditorWindow : public QMainWindow, private PageEditor {
   PageView* view() const { return view_; }
   // The page rendered as a browser shows it.
   PageWebView* web_view() const { return web_view_; }
+  // The page's stored definitions, parsed ahead on a worker thread.
+  DefinitionsAhead& definitions_ahead() { return definitions_ahead_; }
 
  protected:
   // What the window asks a person, in one place so that a test can answer.
@@ -141,6 +144,7 @@ class EditorWindow : public QMainWindow, private PageEditor {
   // Serves the page that Preview in Browser shows, for the window's life:
   // the browser may read it, and send its form, long after the call.
   std::unique_ptr<PreviewServer> preview_server_;
+  DefinitionsAhead definitions_ahead_;
 };
 
 }  // namespace formwiz::editor

@@ -112,4 +112,8 @@ void Walk(const Node& top, Enter&& enter, Leave&& leave) {
 // Writes `node` with its subtree as XML text (HTML-style where marked).
 std::string WriteXml(const Node& node);
 
+// Parses `xml` as LoadXml does and gives the document node above the tree;
+// null for anything LoadXml refuses.
+NodeRef ParseTree(std::string_view xml);
+
 }  // namespace formwiz::detail

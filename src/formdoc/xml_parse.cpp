@@ -19,6 +19,7 @@
 
 #include "formdoc/kelxml.h"
 #include "formdoc/kelxml_node.h"
+#include "formdoc/parse_ahead.h"
 
 namespace formwiz {
 namespace {
@@ -157,13 +158,24 @@ class TreeBuilder {
 
 }  // namespace
 
-bool KelXmlDocument::LoadXml(std::string_view xml) {
+namespace detail {
+
+NodeRef ParseTree(std::string_view xml) {
   std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
       XML_ParserCreate("UTF-8"), &XML_ParserFree);
-  if (!parser) return false;
+  if (!parser) return {};
   TreeBuilder builder(parser.get());
-  if (!builder.Parse(xml)) return false;
-  root_ = builder.TakeRoot();
+  if (!builder.Parse(xml)) return {};
+  return builder.TakeRoot();
+}
+
+}  // namespace detail
+
+bool KelXmlDocument::LoadXml(std::string_view xml) {
+  detail::NodeRef root = detail::TakeParsedAhead(xml);
+  if (!root) root = detail::ParseTree(xml);
+  if (!root) return false;
+  root_ = std::move(root);
   return true;
 }
 

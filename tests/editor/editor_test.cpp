@@ -24,6 +24,7 @@
 #include "../qt_test_support.h"
 #include "component/identity.h"
 #include "editor_window.h"
+#include "formdoc/parse_ahead.h"
 #include "host/orb_catalog.h"
 #include "page_properties.h"
 #include "page_view.h"
@@ -210,6 +211,15 @@ TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
   EXPECT_EQ(blocks[1].object->html_picture,
             ReadBytes(kOrbs / "form" / "form.png"));
   EXPECT_EQ(window.view()->Current(), 1u);
+  // After each change and each open (which takes the tree it used) the
+  // stored definition is parsed ahead again, so that the next open finds it
+  // ready.
+  const auto parsed_ahead = [&] {
+    window.definitions_ahead().Wait();
+    std::string text;
+    return blocks[1].object->html_data->ToText(text) && IsParsedAhead(text);
+  };
+  EXPECT_TRUE(parsed_ahead());
 
   // A double-click opens the object again; closing the wizard keeps it,
   // and is no step to undo.
@@ -222,6 +232,7 @@ TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
   EXPECT_TRUE(closer.Done());
   EXPECT_EQ(blocks[1].object->html_source, html);
   EXPECT_EQ(stack.count(), steps);
+  EXPECT_TRUE(parsed_ahead());
 
   // Reopened and finished with another address: one step, which undo takes
   // back to the form as it was.
@@ -240,8 +251,10 @@ TEST(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
   EXPECT_NE(edited.find("orders@example.org"), std::string::npos);
   ASSERT_EQ(stack.count(), steps + 1);
   EXPECT_EQ(stack.undoText(), "Edit Form");
+  EXPECT_TRUE(parsed_ahead());
   stack.undo();
   EXPECT_EQ(blocks[1].object->html_source, html);
+  EXPECT_TRUE(parsed_ahead());
   stack.redo();
   EXPECT_EQ(blocks[1].object->html_source, edited);
   EXPECT_TRUE(window.errors.isEmpty());
