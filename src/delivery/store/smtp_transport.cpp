@@ -69,9 +69,15 @@ int KeepReply(CURL*, curl_infotype type, char* data, size_t size,
   return 0;
 }
 
-long UseSsl(const std::string& starttls) {
-  if (starttls == "off") return CURLUSESSL_NONE;
-  if (starttls == "try") return CURLUSESSL_TRY;
+long UseSsl(const SmtpSettings& settings) {
+  if (settings.starttls == "off") return CURLUSESSL_NONE;
+  // "try" goes on in clear when the server offers no STARTTLS, or when
+  // someone on the way strips the offer. With a login that would send the
+  // password in clear, so a login makes TLS a must; only an explicit "off"
+  // logs in without it.
+  if (settings.starttls == "try" && settings.user.empty()) {
+    return CURLUSESSL_TRY;
+  }
   return CURLUSESSL_ALL;  // "required", and anything unknown: the safe side
 }
 
@@ -116,7 +122,7 @@ class SmtpTransport : public Transport {
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, timeout);
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, timeout);
-    curl_easy_setopt(curl, CURLOPT_USE_SSL, UseSsl(settings_.starttls));
+    curl_easy_setopt(curl, CURLOPT_USE_SSL, UseSsl(settings_));
     if (!settings_.user.empty()) {
       curl_easy_setopt(curl, CURLOPT_USERNAME, settings_.user.c_str());
       curl_easy_setopt(curl, CURLOPT_PASSWORD, settings_.password.c_str());

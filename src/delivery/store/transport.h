@@ -29,10 +29,12 @@ class Transport {
 };
 
 struct SmtpSettings {
-  std::string url;       // smtp://host[:port] or smtps://host[:port]
-  std::string user;      // "" for no authentication
+  std::string url;   // smtp://host[:port] or smtps://host[:port]
+  std::string user;  // "" for no authentication
   std::string password;
-  // STARTTLS on smtp://: "off", "try" (when offered) or "required".
+  // STARTTLS on smtp://: "off", "try" (when offered) or "required". With a
+  // user, "try" is "required": the password never goes in clear unless
+  // "off" says so.
   std::string starttls = "try";
   int timeout_seconds = 30;  // connect and whole transfer, each
 };
