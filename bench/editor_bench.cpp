@@ -1,32 +1,43 @@
 // `formwiz-editor-bench`: how long the editor takes to open a page of 200
 // forms and show it rendered (the web view's page loaded and its block
-// script ready), and to show it again after an edit. Offscreen. Target:
-// opening and rendering in under a second. Exits 1 when it is missed.
+// script ready), and to show it again after an edit; and how long reopening
+// a form of 10,000 fields takes. Offscreen. Targets: opening and rendering
+// in under a second, the reopen in one frame. Exits 1 when one is missed.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <QAbstractItemView>
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
+#include <chrono>
 #include <cstdio>
+#include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
+#include "bench/definition.h"
 #include "bench/recorder.h"
 #include "editor_window.h"
 #include "host/page.h"
 #include "page_view.h"
 #include "page_web_view.h"
+#include "qtui/form_view.h"
 
 namespace formwiz::bench {
 namespace {
 
 constexpr int kForms = 200;
 constexpr double kTargetSeconds = 1.0;
+// A definition of this many fields lists 10,000 of them on the field step.
+constexpr int kLargeFields = 11667;
+constexpr double kFrameSeconds = 0.016;
 // A render that takes longer than this has hung: the run fails.
 constexpr int kGiveUpMs = 30000;
 
@@ -54,9 +65,9 @@ bool WaitRendered(editor::PageWebView& view) {
   return view.IsReady();
 }
 
-// The page file: the bundled form as `formwiz page insert` makes it, 200
-// times, each after a paragraph. Empty when it cannot be made.
-QString MakePage(const QTemporaryDir& dir) {
+// The bundled form as `formwiz page insert` makes it; none when it cannot
+// be made.
+std::optional<host::PageObject> MakeForm(const QTemporaryDir& dir) {
   const QString one = dir.filePath("one.html");
   for (const QStringList& args :
        {QStringList{"page", "new", one},
@@ -76,16 +87,21 @@ QString MakePage(const QTemporaryDir& dir) {
       page.blocks.empty() || !page.blocks[0].object) {
     return {};
   }
-  const host::PageObject form = *page.blocks[0].object;
-  page.blocks.clear();
-  page.document->objects.clear();
-  for (int i = 0; i < kForms; ++i) {
+  return *page.blocks[0].object;
+}
+
+// A page file `name` in `dir` of `count` copies of `form`, each after a
+// paragraph. Empty when it cannot be written.
+QString WritePage(const QTemporaryDir& dir, const QString& name,
+                  const host::PageObject& form, int count) {
+  host::Page page;
+  for (int i = 0; i < count; ++i) {
     page.blocks.push_back({"Form " + std::to_string(i + 1), nullptr});
     auto object = page.document->AddObject();
     *object = form;
     page.blocks.push_back({"", object});
   }
-  const QString path = dir.filePath("forms.html");
+  const QString path = dir.filePath(name);
   QFile out(path);
   const std::string written = host::WritePageFile(page);
   if (!out.open(QIODevice::WriteOnly) ||
@@ -96,9 +112,28 @@ QString MakePage(const QTemporaryDir& dir) {
   return path;
 }
 
+// The page of kForms bundled forms, and a page of one form whose stored
+// definition lists kLargeRows fields (its HTML stays the bundled form's:
+// only the reopen is timed on it).
+struct Pages {
+  QString forms;
+  QString large;
+};
+
+Pages MakePages(const QTemporaryDir& dir) {
+  std::optional<host::PageObject> form = MakeForm(dir);
+  if (!form) return {};
+  Pages pages;
+  pages.forms = WritePage(dir, "forms.html", *form, kForms);
+  form->html_data = Variant::String(GeneratedDefinition(kLargeFields));
+  pages.large = WritePage(dir, "large.html", *form, 1);
+  return pages;
+}
+
 struct Fixture {
   QTemporaryDir dir;
-  QString page = MakePage(dir);
+  Pages pages = MakePages(dir);
+  QString page = pages.forms;
   Window window;
   Fixture() {
     window.resize(1280, 800);
@@ -155,6 +190,53 @@ void BM_Outline200Forms(benchmark::State& state) {
 }
 BENCHMARK(BM_Outline200Forms)->Unit(benchmark::kMillisecond);
 
+// Reopening a form of 10,000 fields from the editor, as a double-click
+// does: from EditObject to the first frame of the wizard on its field step.
+// Between rounds, untimed, the editor's worker parses the definition ahead
+// again, as it does while the person looks at the page after an open.
+void BM_ReopenLargeForm(benchmark::State& state) {
+  Window& window = fixture->window;
+  if (!window.OpenFile(fixture->pages.large) ||
+      !WaitRendered(*window.web_view())) {
+    state.SkipWithError("not opened");
+    return;
+  }
+  for (auto _ : state) {
+    window.definitions_ahead().Wait();
+    window.view()->FocusBlock(1);
+    const auto start = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point shown;
+    bool seen = false;
+    std::function<void()> look = [&] {
+      auto* view =
+          qobject_cast<qtui::FormView*>(QApplication::activeModalWidget());
+      if (view == nullptr) {
+        QTimer::singleShot(0, look);
+        return;
+      }
+      // The frame: posted events, the list's relayout and the paint.
+      for (int i = 0; i < 3; ++i) {
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
+      }
+      shown = std::chrono::steady_clock::now();
+      const auto* list =
+          qobject_cast<QAbstractItemView*>(view->Widget("lstFields"));
+      seen = list != nullptr && list->model()->rowCount() > 0;
+      QTest::mouseClick(view->Widget("cmdNav(1)"), Qt::LeftButton);
+    };
+    QTimer::singleShot(0, look);
+    window.EditObject();
+    if (!seen) {
+      state.SkipWithError("the field step was not shown");
+      return;
+    }
+    state.SetIterationTime(
+        std::chrono::duration<double>(shown - start).count());
+  }
+}
+BENCHMARK(BM_ReopenLargeForm)->UseManualTime()->Unit(benchmark::kMillisecond);
+
 }  // namespace
 }  // namespace formwiz::bench
 
@@ -187,12 +269,30 @@ int main(int argc, char** argv) {
   formwiz::bench::Recorder recorder;
   benchmark::RunSpecifiedBenchmarks(&recorder);
   benchmark::Shutdown();
-  const auto found = recorder.seconds.find("BM_OpenAndRender200Forms");
-  if (found == recorder.seconds.end()) return 1;
-  const bool met = found->second <= formwiz::bench::kTargetSeconds;
-  std::printf(
-      "\nTarget\n  open and render a page of %d forms %8.1f ms %s "
-      "(target < 1000 ms)\n",
-      formwiz::bench::kForms, found->second * 1e3, met ? "met" : "MISSED");
-  return met ? 0 : 1;
+  // Each target is checked when its benchmark ran (a filter may leave one
+  // out); none at all is a failure.
+  bool all = true;
+  int checked = 0;
+  std::printf("\nTargets\n");
+  const struct {
+    const char* name;
+    const char* label;
+    double seconds;
+  } targets[] = {
+      {"BM_OpenAndRender200Forms", "open and render a page of 200 forms",
+       formwiz::bench::kTargetSeconds},
+      {"BM_ReopenLargeForm/manual_time", "reopen a form of 10,000 fields",
+       formwiz::bench::kFrameSeconds},
+  };
+  for (const auto& target : targets) {
+    const auto found = recorder.seconds.find(target.name);
+    if (found == recorder.seconds.end()) continue;
+    ++checked;
+    const bool met = found->second <= target.seconds;
+    std::printf("  %-40s %8.1f ms %s (target <= %.0f ms)\n", target.label,
+                found->second * 1e3, met ? "met" : "MISSED",
+                target.seconds * 1e3);
+    all &= met;
+  }
+  return all && checked > 0 ? 0 : 1;
 }
