@@ -7,24 +7,13 @@
 // binaries leave it unavailable with a reason, and the tests that need it skip.
 #pragma once
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <libpq-fe.h>
 #include <pwd.h>
-#include <spawn.h>
-#include <sys/file.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <thread>
-#include <vector>
+#include <fstream>
 
-extern char** environ;
+#include "test_support.h"
 
 namespace formwiz::testing {
 
@@ -84,7 +73,6 @@ class PostgresServer {
  private:
   PostgresServer() {
     started_ = true;
-    namespace fs = std::filesystem;
     std::error_code error;
     for (const auto& entry :
          fs::directory_iterator("/usr/lib/postgresql", error)) {
@@ -104,11 +92,11 @@ class PostgresServer {
         why_not_ = "running as root, and no postgres user or runuser";
         return;
       }
+      as_postgres_ = true;
       uid_ = user->pw_uid;
       gid_ = user->pw_gid;
-      as_postgres_ = true;
     }
-    std::string pattern = (fs::temp_directory_path() / "fwpg.XXXXXX").string();
+    std::string pattern = fs::temp_directory_path() / "fwpg.XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) {
       why_not_ = "cannot make a temporary folder";
       return;
@@ -122,77 +110,38 @@ class PostgresServer {
     StartWatchdog();
     if (!MakeCluster()) {
       why_not_ = "initdb failed; see " + dir_ + "/run.log";
-      return;
-    }
-    if (!Start()) {
+    } else if (!Start()) {
       why_not_ = "the server did not start";
-      return;
+    } else {
+      available_ = true;
     }
-    available_ = true;
   }
 
   // Fills dir_/data with a new cluster: a copy of the one kept in the build
   // folder, made by the first program that needed it (under a lock, since
-  // ctest runs several at once).
+  // ctest runs several at once). The binaries that made it are written
+  // beside it: another PostgreSQL version makes a new one.
   bool MakeCluster() {
-    namespace fs = std::filesystem;
-    std::vector<std::string> initdb = {bin_ + "/initdb",
-                                       "-D",
-                                       dir_ + "/data",
-                                       "-U",
-                                       "postgres",
-                                       "-A",
-                                       "trust",
-                                       "-E",
-                                       "UTF8",
-                                       "--no-sync",
-                                       "--no-instructions"};
+    const std::string initdb =
+        Command({bin_ + "/initdb", "-D", dir_ + "/data", "-U", "postgres", "-A",
+                 "trust", "-E", "UTF8", "--no-sync", "--no-instructions"});
 #ifdef FORMWIZ_BINARY_DIR
-    fs::path kept = fs::path(FORMWIZ_BINARY_DIR) / "postgres-cluster";
-    int lock = ::open((kept.string() + ".lock").c_str(),
-                      O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (lock < 0 || ::flock(lock, LOCK_EX) != 0) {
-      if (lock >= 0) ::close(lock);
-      return Run(initdb);
-    }
-    // The binaries that made it are written beside it: another PostgreSQL
-    // version makes a new one.
-    std::error_code error;
-    bool current = fs::exists(kept / "data" / "PG_VERSION") &&
-                   ReadAll(kept / "made-by") == bin_;
-    bool ok = true;
-    if (!current) {
-      fs::remove_all(kept, error);
-      ok = Run(initdb) && fs::create_directories(kept, error) &&
-           Run({"/bin/cp", "-a", dir_ + "/data", kept.string() + "/data"},
-               false);
-      if (ok) {
-        std::FILE* made_by = std::fopen((kept / "made-by").c_str(), "w");
-        ok = made_by != nullptr && std::fputs(bin_.c_str(), made_by) >= 0 &&
-             std::fclose(made_by) == 0;
-      }
-    } else {
-      ok = Run({"/bin/cp", "-a", kept.string() + "/data", dir_ + "/data"},
-               false);
-    }
-    ::close(lock);
-    return ok;
+    const std::string script =
+        "exec 9>\"$1.lock\" && flock 9 || exit 1\n"
+        "if [ -f \"$1/data/PG_VERSION\" ] && "
+        "[ \"$(cat \"$1/made-by\")\" = \"$2\" ]; then\n"
+        "  exec cp -a \"$1/data\" \"$3/data\"\nfi\n"
+        "rm -rf \"$1\" && " +
+        initdb +
+        " && mkdir -p \"$1\" && cp -a \"$3/data\" \"$1/data\" &&"
+        " printf %s \"$2\" > \"$1/made-by\"";
+    return Run(
+        {"/bin/sh", "-c", script, "sh",
+         std::string(FORMWIZ_BINARY_DIR) + "/postgres-cluster", bin_, dir_},
+        false);
 #else
-    return Run(initdb);
+    return Run({"/bin/sh", "-c", initdb}, false);
 #endif
-  }
-
-  static std::string ReadAll(const std::filesystem::path& path) {
-    std::string text;
-    if (std::FILE* in = std::fopen(path.c_str(), "r")) {
-      char buffer[512];
-      size_t n;
-      while ((n = std::fread(buffer, 1, sizeof buffer, in)) > 0) {
-        text.append(buffer, n);
-      }
-      std::fclose(in);
-    }
-    return text;
   }
 
   // Removes the server when this program ends, also when it crashes: a
@@ -218,19 +167,19 @@ class PostgresServer {
     watchdog_input_ = pipe[1];
   }
 
-  // The words of a command as one shell line, each word quoted.
-  std::string Command(std::vector<std::string> words,
-                      bool as_server_user = true) const {
-    if (as_postgres_ && as_server_user) {
+  // The words of a command as one shell line, each word quoted, run as the
+  // postgres user when this program is root.
+  std::string Command(std::vector<std::string> words) const {
+    if (as_postgres_) {
       words.insert(words.begin(),
                    {"/usr/sbin/runuser", "-u", "postgres", "--"});
     }
     std::string line;
     for (const std::string& word : words) {
-      std::string quoted = "'";
+      line += "'";
       for (char c : word)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-      line += quoted + "' ";
+        line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+      line += "' ";
     }
     return line;
   }
@@ -242,39 +191,23 @@ class PostgresServer {
     return Run(words);
   }
 
-  // Runs a command quietly (its output goes to the folder's run.log) and
-  // waits for it, at most a minute.
-  // as_server_user: as the postgres user when this program is root.
-  bool Run(const std::vector<std::string>& words,
-           bool as_server_user = true) const {
-    std::string line =
-        Command(words, as_server_user) + ">>'" + dir_ + "/run.log' 2>&1";
-    const char* argv[] = {"/bin/sh", "-c", line.c_str(), nullptr};
-    pid_t pid;
-    if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv),
-                    environ) != 0) {
-      return false;
+  // Runs a command, as the postgres user when this program is root and
+  // `as_server_user`, with its output kept in the folder's run.log.
+  bool Run(std::vector<std::string> words, bool as_server_user = true) const {
+    if (as_postgres_ && as_server_user) {
+      words.insert(words.begin(),
+                   {"/usr/sbin/runuser", "-u", "postgres", "--"});
     }
-    int status = 0;
-    for (int i = 0; i < 1200; ++i) {
-      if (::waitpid(pid, &status, WNOHANG) == pid) {
-        return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    ::kill(pid, SIGKILL);
-    ::waitpid(pid, nullptr, 0);
-    return false;
+    const ProgramRun run = RunProgram(words);
+    std::ofstream(dir_ + "/run.log", std::ios::app) << run.out << run.err;
+    return run.status == 0;
   }
 
   static inline bool started_ = false;
-  std::string bin_;
-  std::string dir_;
-  bool as_postgres_ = false;
+  std::string bin_, dir_, why_not_;
+  bool as_postgres_ = false, available_ = false;
   uid_t uid_ = 0;
   gid_t gid_ = 0;
-  bool available_ = false;
-  std::string why_not_;
   int databases_ = 0;
   pid_t watchdog_ = -1;
   int watchdog_input_ = -1;

@@ -2,68 +2,35 @@
 // throw-away PostgreSQL server, a real SMTP server (smtp_sink.py) and a
 // stand-in sendmail script. The store's behaviour is one suite run against
 // both engines.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <libpq-fe.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sqlite3.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <atomic>
 #include <future>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
-#include <thread>
 
 #include "delivery/store/open_store.h"
 #include "delivery/store/outbox.h"
 #include "delivery/store/postgres_store.h"
 #include "delivery/store/sqlite_store.h"
 #include "postgres_server.h"
-
-extern char** environ;
+#include "test_support.h"
 
 namespace formwiz::store {
 namespace {
 
 namespace fs = std::filesystem;
 using Kind = SendResult::Kind;
-
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (fs::temp_directory_path() / "fwstore.XXXXXX");
-    path_ = ::mkdtemp(pattern.data());
-  }
-  ~TempDir() { fs::remove_all(path_); }
-  const fs::path& path() const { return path_; }
-  std::string operator/(const std::string& name) const {
-    return (path_ / name).string();
-  }
-
- private:
-  fs::path path_;
-};
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void WriteFile(const fs::path& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
+using testing::ReadFile;
+using testing::TempDir;
+using testing::WriteFile;
 
 SubmissionRecord Queued(const std::string& key, int64_t due = 0) {
   SubmissionRecord record;
@@ -78,30 +45,31 @@ SubmissionRecord Queued(const std::string& key, int64_t due = 0) {
   return record;
 }
 
-// Runs SQL on the file directly, as another program (or an older or newer
-// formwiz) would.
-int64_t RawQuery(const std::string& path, const std::string& sql) {
+// SQL run past the store, as another program (or an older or newer formwiz)
+// would: the first column of the first row as text, "" when there is none.
+std::string RawSqlite(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
   sqlite3_open(path.c_str(), &db);
   sqlite3_stmt* stmt = nullptr;
-  int64_t value = -1;
+  std::string value;
   if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) == SQLITE_OK &&
-      sqlite3_step(stmt) == SQLITE_ROW) {
-    value = sqlite3_column_int64(stmt, 0);
+      sqlite3_step(stmt) == SQLITE_ROW && sqlite3_column_text(stmt, 0)) {
+    value = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
   }
   sqlite3_finalize(stmt);
   sqlite3_close(db);
   return value;
 }
 
-// Runs SQL on a PostgreSQL database over a connection of its own; gives
-// the first column of the first row as a number, -1 when there is none.
-int64_t RawPostgres(const std::string& conninfo, const std::string& sql) {
+std::string RawPostgres(const std::string& conninfo, const std::string& sql) {
   PGconn* conn = PQconnectdb(conninfo.c_str());
   PGresult* result = PQexec(conn, sql.c_str());
-  int64_t value = -1;
-  if (PQresultStatus(result) == PGRES_TUPLES_OK && PQntuples(result) > 0) {
-    value = std::atoll(PQgetvalue(result, 0, 0));
+  std::string value;
+  const ExecStatusType status = PQresultStatus(result);
+  if (status == PGRES_TUPLES_OK && PQntuples(result) > 0) {
+    value = PQgetvalue(result, 0, 0);
+  } else if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) {
+    ADD_FAILURE() << sql << ": " << PQerrorMessage(conn);
   }
   PQclear(result);
   PQfinish(conn);
@@ -118,8 +86,11 @@ class Engine {
  public:
   virtual ~Engine() = default;
   virtual std::unique_ptr<Store> Open() = 0;
-  // Runs SQL that gives one number, past the store.
-  virtual int64_t Raw(const std::string& sql) = 0;
+  virtual std::string Raw(const std::string& sql) = 0;
+  // The SQL giving how many schema versions were applied, and the SQL that
+  // makes the database look made by a newer formwiz.
+  virtual std::string VersionSql() const = 0;
+  virtual std::string NewerSql() const = 0;
 };
 
 class SqliteEngine : public Engine {
@@ -127,9 +98,11 @@ class SqliteEngine : public Engine {
   std::unique_ptr<Store> Open() override {
     return std::make_unique<SqliteStore>(dir_ / "s.db");
   }
-  int64_t Raw(const std::string& sql) override {
-    return RawQuery(dir_ / "s.db", sql);
+  std::string Raw(const std::string& sql) override {
+    return RawSqlite(dir_ / "s.db", sql);
   }
+  std::string VersionSql() const override { return "PRAGMA user_version"; }
+  std::string NewerSql() const override { return "PRAGMA user_version = 99"; }
 
  private:
   TempDir dir_;
@@ -143,13 +116,28 @@ class PostgresEngine : public Engine {
     // Chosen as the configuration would choose it.
     return OpenStore(conninfo_, "/nonexistent");
   }
-  int64_t Raw(const std::string& sql) override {
+  std::string Raw(const std::string& sql) override {
     return RawPostgres(conninfo_, sql);
+  }
+  std::string VersionSql() const override {
+    return "SELECT count(*) FROM schema_migrations";
+  }
+  std::string NewerSql() const override {
+    return "INSERT INTO schema_migrations VALUES (99)";
   }
 
  private:
   std::string conninfo_;
 };
+
+// A fresh PostgreSQL database, or a skip when there is no server.
+std::string PostgresDatabase() {
+  testing::PostgresServer& server = testing::PostgresServer::Get();
+  if (!server.available()) return "";
+  std::string conninfo = server.NewDatabase();
+  EXPECT_FALSE(conninfo.empty());
+  return conninfo;
+}
 
 class StoreEngines : public ::testing::TestWithParam<std::string> {
  protected:
@@ -158,10 +146,10 @@ class StoreEngines : public ::testing::TestWithParam<std::string> {
       engine_ = std::make_unique<SqliteEngine>();
       return;
     }
-    testing::PostgresServer& server = testing::PostgresServer::Get();
-    if (!server.available()) GTEST_SKIP() << server.why_not();
-    std::string conninfo = server.NewDatabase();
-    ASSERT_FALSE(conninfo.empty());
+    const std::string conninfo = PostgresDatabase();
+    if (conninfo.empty()) {
+      GTEST_SKIP() << testing::PostgresServer::Get().why_not();
+    }
     engine_ = std::make_unique<PostgresEngine>(conninfo);
   }
 
@@ -209,7 +197,7 @@ TEST_P(StoreEngines, KeepsEveryByteAndListsByCriteria) {
   SubmissionRecord again = Queued("k1");
   again.fields = {{"a", "b"}};
   EXPECT_THROW(store.Add(again), StoreError);
-  EXPECT_EQ(engine_->Raw("SELECT count(*) FROM fields"), 4);
+  EXPECT_EQ(engine_->Raw("SELECT count(*) FROM fields"), "4");
 
   auto query = [](std::optional<Status> status, int64_t since, int64_t after,
                   int limit) {
@@ -226,7 +214,6 @@ TEST_P(StoreEngines, KeepsEveryByteAndListsByCriteria) {
   } cases[] = {
       {query(std::nullopt, 0, 0, 0), {id, other.id}},
       {query(Status::kSpam, 0, 0, 0), {other.id}},
-      {query(Status::kSent, 0, 0, 0), {}},
       {query(std::nullopt, 1500, 0, 0), {other.id}},
       {query(std::nullopt, 0, id, 0), {other.id}},
       {query(std::nullopt, 0, 0, 1), {id}},
@@ -247,39 +234,43 @@ TEST_P(StoreEngines, KeepsEveryByteAndListsByCriteria) {
   EXPECT_EQ(store.CountFromClientSince("192.0.2.2", 0), 1);
 }
 
-TEST(SqliteStore, SchemaIsBroughtForwardAndNewerFilesAreRefused) {
-  TempDir dir;
-  // A file made by another program, with no schema of ours yet.
-  std::string path = dir / "old.db";
-  ASSERT_EQ(RawQuery(path, "CREATE TABLE notes (x)"), -1);
-  {
-    SqliteStore store(path);
-    SubmissionRecord record = Queued("kept");
-    store.Add(record);
+TEST_P(StoreEngines, StartedTogetherTheyMigrateOnceAndANewerSchemaIsRefused) {
+  // Processes starting at the same moment on an empty database.
+  std::vector<std::future<std::string>> starts;
+  for (int i = 0; i < 4; ++i) {
+    starts.push_back(std::async(std::launch::async, [this, i] {
+      try {
+        SubmissionRecord r = Queued("start" + std::to_string(i));
+        engine_->Open()->Add(r);
+        return std::string();
+      } catch (const StoreError& e) {
+        return std::string(e.what());
+      }
+    }));
   }
-  EXPECT_EQ(RawQuery(path, "PRAGMA user_version"), 1);
-  EXPECT_EQ(RawQuery(path, "SELECT count(*) FROM notes"), 0);
-  {
-    SqliteStore reopened(path);
-    EXPECT_EQ(reopened.List({}).size(), 1u);
-  }
-  sqlite3* db = nullptr;
-  sqlite3_open(path.c_str(), &db);
-  sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr);
-  sqlite3_close(db);
+  for (auto& start : starts) EXPECT_EQ(start.get(), "");
+  EXPECT_EQ(engine_->Raw(engine_->VersionSql()), "1");
+
+  engine_->Raw(engine_->NewerSql());
   try {
-    SqliteStore newer(path);
+    engine_->Open();
     ADD_FAILURE() << "a newer schema was opened";
   } catch (const StoreError& e) {
     EXPECT_NE(std::string(e.what()).find("newer"), std::string::npos)
         << e.what();
   }
-  EXPECT_EQ(RawQuery(path, "PRAGMA user_version"), 99);
-  EXPECT_EQ(RawQuery(path, "SELECT count(*) FROM submissions"), 1);
+  EXPECT_EQ(engine_->Raw("SELECT count(*) FROM submissions"), "4");
 }
 
-TEST(SqliteStore, DataFolderIsCreatedPrivate) {
+TEST(SqliteStore, AnotherProgramsFileKeepsItsTablesAndTheFolderIsPrivate) {
   TempDir dir;
+  std::string path = dir / "old.db";
+  ASSERT_EQ(RawSqlite(path, "CREATE TABLE notes (x)"), "");
+  SubmissionRecord record = Queued("kept");
+  SqliteStore(path).Add(record);
+  EXPECT_EQ(RawSqlite(path, "SELECT count(*) FROM notes"), "0");
+  EXPECT_EQ(SqliteStore(path).List({}).size(), 1u);
+
   std::string data = dir / "a/b/data";
   std::unique_ptr<Store> store = OpenDataStore(data);
   for (const char* level : {"a", "a/b", "a/b/data"}) {
@@ -290,15 +281,7 @@ TEST(SqliteStore, DataFolderIsCreatedPrivate) {
   fs::path file = fs::path(data) / SqliteStore::kFileName;
   EXPECT_EQ(fs::status(file).permissions() & fs::perms::all,
             fs::perms::owner_read | fs::perms::owner_write);
-  sqlite3* db = nullptr;
-  sqlite3_open(file.c_str(), &db);
-  sqlite3_stmt* stmt = nullptr;
-  sqlite3_prepare_v2(db, "PRAGMA journal_mode", -1, &stmt, nullptr);
-  ASSERT_EQ(sqlite3_step(stmt), SQLITE_ROW);
-  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0)),
-               "wal");
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
+  EXPECT_EQ(RawSqlite(file, "PRAGMA journal_mode"), "wal");
 }
 
 TEST_P(StoreEngines, LeasesKeepWorkersApartUntilTheyRunOut) {
@@ -431,53 +414,59 @@ TEST_P(StoreEngines, RetryAndPurgeTouchOnlyWhatTheyMay) {
             2);
   EXPECT_EQ(store.List({}).size(), 3u) << "queued mails are kept";
   EXPECT_EQ(store.Purge({Status::kQueued}, 0), 3);
-  EXPECT_EQ(engine_->Raw("SELECT count(*) FROM fields"), 0);
+  EXPECT_EQ(engine_->Raw("SELECT count(*) FROM fields"), "0");
 }
 
-// What only the PostgreSQL engine has: one database shared by processes
-// that start together, row locks, and a server that may go away.
+// What only the PostgreSQL engine has: row locks, a pool of connections,
+// and a server that may go away.
 class PostgresOnly : public ::testing::Test {
  protected:
   void SetUp() override {
-    testing::PostgresServer& server = testing::PostgresServer::Get();
-    if (!server.available()) GTEST_SKIP() << server.why_not();
-    conninfo_ = server.NewDatabase();
-    ASSERT_FALSE(conninfo_.empty());
+    conninfo_ = PostgresDatabase();
+    if (conninfo_.empty()) {
+      GTEST_SKIP() << testing::PostgresServer::Get().why_not();
+    }
+  }
+
+  // `threads` threads each Add `each` submissions; gives how many calls
+  // threw, and samples the store's connections meanwhile into `most`.
+  int AddFromThreads(PostgresStore& store, const std::string& prefix,
+                     int threads, int each, int64_t& most) {
+    std::atomic<int> failed{0};
+    std::atomic<bool> done{false};
+    std::thread sampler([&] {
+      while (!done) {
+        const std::string now = RawPostgres(
+            conninfo_,
+            "SELECT count(*) FROM pg_stat_activity WHERE application_name = "
+            "'formwiz' AND datname = current_database()");
+        most = std::max<int64_t>(most, std::atoll(now.c_str()));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+    });
+    std::vector<std::thread> adders;
+    for (int t = 0; t < threads; ++t) {
+      adders.emplace_back([&, t] {
+        for (int n = 0; n < each; ++n) {
+          SubmissionRecord record =
+              Queued(prefix + std::to_string(t) + "-" + std::to_string(n));
+          record.fields = {{"FullName", record.key}, {"City", "London"}};
+          try {
+            store.Add(record);
+          } catch (const StoreError&) {
+            ++failed;
+          }
+        }
+      });
+    }
+    for (std::thread& adder : adders) adder.join();
+    done = true;
+    sampler.join();
+    return failed;
   }
 
   std::string conninfo_;
 };
-
-TEST_F(PostgresOnly, MigratesOnceWhenStartedTogetherAndRefusesNewer) {
-  // Processes starting at the same moment on an empty database.
-  std::vector<std::future<std::string>> starts;
-  for (int i = 0; i < 4; ++i) {
-    starts.push_back(std::async(std::launch::async, [this] {
-      try {
-        PostgresStore store(conninfo_);
-        SubmissionRecord r = Queued(WorkerName());
-        store.Add(r);
-        return std::string();
-      } catch (const StoreError& e) {
-        return std::string(e.what());
-      }
-    }));
-  }
-  for (auto& start : starts) EXPECT_EQ(start.get(), "");
-  EXPECT_EQ(RawPostgres(conninfo_, "SELECT count(*) FROM schema_migrations"),
-            1);
-  EXPECT_EQ(RawPostgres(conninfo_, "SELECT count(*) FROM submissions"), 4);
-
-  RawPostgres(conninfo_, "INSERT INTO schema_migrations VALUES (99)");
-  try {
-    PostgresStore newer(conninfo_);
-    ADD_FAILURE() << "a newer schema was opened";
-  } catch (const StoreError& e) {
-    EXPECT_NE(std::string(e.what()).find("newer"), std::string::npos)
-        << e.what();
-  }
-  EXPECT_EQ(RawPostgres(conninfo_, "SELECT count(*) FROM submissions"), 4);
-}
 
 TEST_F(PostgresOnly, ClaimSkipsRowsAnotherWorkerHoldsWithoutWaiting) {
   PostgresStore store(conninfo_);
@@ -507,7 +496,6 @@ TEST_F(PostgresOnly, ClaimSkipsRowsAnotherWorkerHoldsWithoutWaiting) {
   ASSERT_EQ(claimed.size(), 2u);
   EXPECT_EQ(claimed[0].id, ids[1]);
   EXPECT_EQ(claimed[1].id, ids[2]);
-  EXPECT_EQ(claimed[1].fields, std::vector<Field>{});
   // Released, it is due for whoever asks next.
   std::vector<SubmissionRecord> rest = store.ClaimDue("C", 10, 60, 10);
   ASSERT_EQ(rest.size(), 1u);
@@ -542,6 +530,68 @@ TEST_F(PostgresOnly, ServerGoingAwayFailsTheCallAndItsReturnIsSurvived) {
   EXPECT_EQ(store.Add(lost), lost.id) << "the same key is free";
 }
 
+TEST_F(PostgresOnly, ConcurrentCallsShareAFewConnectionsThatSurviveARestart) {
+  PostgresStore store(conninfo_, 3);
+  int64_t most = 0;
+  EXPECT_EQ(AddFromThreads(store, "a", 8, 15, most), 0);
+  EXPECT_LE(most, 3) << "more connections than the pool's size";
+
+  // Every pooled connection breaks at once; each call that meets a broken
+  // one opens it again before anything of the call was sent.
+  ASSERT_TRUE(testing::PostgresServer::Get().Restart());
+  most = 0;
+  EXPECT_EQ(AddFromThreads(store, "b", 8, 5, most), 0);
+  EXPECT_LE(most, 3);
+
+  std::vector<SubmissionRecord> all = store.List({});
+  ASSERT_EQ(all.size(), 8u * 15 + 8 * 5);
+  std::set<std::string> keys;
+  for (const SubmissionRecord& record : all) {
+    keys.insert(record.key);
+    EXPECT_EQ(record.fields.size(), 2u) << record.key;
+    EXPECT_EQ(record.fields[0].value, record.key);
+  }
+  EXPECT_EQ(keys.size(), all.size());
+}
+
+TEST_F(PostgresOnly, ACommitWhoseAnswerIsLostIsAskedAgainAndKeptOnce) {
+  PostgresStore store(conninfo_, 1);
+  // The first commit of a submission ends its own connection while the
+  // server checks the deferred trigger, as a server going down under a
+  // COMMIT does: the client gets no answer to it. A sequence counts the
+  // commits, since it is the one thing the rollback does not undo.
+  RawPostgres(conninfo_,
+              "CREATE SEQUENCE commits;"
+              "CREATE FUNCTION end_first_commit() RETURNS trigger "
+              "LANGUAGE plpgsql AS $$ BEGIN "
+              "IF nextval('commits') = 1 THEN "
+              "PERFORM pg_terminate_backend(pg_backend_pid()); END IF; "
+              "RETURN NULL; END $$;"
+              "CREATE CONSTRAINT TRIGGER at_commit AFTER INSERT ON "
+              "submissions DEFERRABLE INITIALLY DEFERRED FOR EACH ROW "
+              "EXECUTE FUNCTION end_first_commit();");
+  SubmissionRecord record = Queued("lost-answer");
+  record.fields = {{"FullName", "Ann"}, {"City", "London"}};
+  const int64_t id = store.Add(record);
+  EXPECT_EQ(record.id, id);
+  EXPECT_GE(
+      std::atoll(
+          RawPostgres(conninfo_, "SELECT last_value FROM commits").c_str()),
+      2)
+      << "the commit was not cut off";
+  EXPECT_EQ(RawPostgres(conninfo_, "SELECT count(*) FROM submissions"), "1");
+  std::optional<SubmissionRecord> kept = store.Get(id);
+  ASSERT_TRUE(kept);
+  EXPECT_EQ(kept->key, "lost-answer");
+  EXPECT_EQ(kept->fields, record.fields);
+
+  // A key that is there already is refused at once: only a lost answer
+  // makes a second insert of the same key mean "the same submission".
+  SubmissionRecord again = Queued("lost-answer");
+  EXPECT_THROW(store.Add(again), StoreError);
+  EXPECT_EQ(RawPostgres(conninfo_, "SELECT count(*) FROM submissions"), "1");
+}
+
 TEST(OpenStore, ConfigurationChoosesTheEngineAndAnUnreachableOneIs503) {
   TempDir dir;
   EXPECT_NE(dynamic_cast<SqliteStore*>(OpenStore("", dir / "data").get()),
@@ -555,30 +605,21 @@ TEST(OpenStore, ConfigurationChoosesTheEngineAndAnUnreachableOneIs503) {
   // formwiz-mail answers a post it cannot keep with 503: try again later.
   const std::string bin = FORMWIZ_MAIL_PROGRAM;
   if (!fs::exists(bin)) GTEST_SKIP() << bin << " is not built";
-  WriteFile(dir.path() / "c.toml", "[store]\nurl = \"" + nowhere + "\"\n");
-  std::string command = "FORMWIZ_CONFIG='" + (dir / "c.toml") +
-                        "' REQUEST_METHOD=POST CONTENT_LENGTH=3 '" + bin +
-                        "' 2>/dev/null <<< 'a=b'";
-  std::FILE* out = ::popen(("/bin/bash -c \"" + command + "\"").c_str(), "r");
-  ASSERT_NE(out, nullptr);
-  std::string answer;
-  char buffer[4096];
-  size_t n;
-  while ((n = std::fread(buffer, 1, sizeof buffer, out)) > 0) {
-    answer.append(buffer, n);
-  }
-  ::pclose(out);
-  EXPECT_EQ(answer.rfind("Status: 503", 0), 0u) << answer;
-  EXPECT_NE(answer.find("Retry-After: 60"), std::string::npos) << answer;
-  EXPECT_EQ(answer.find("nonexistent"), std::string::npos)
+  const std::string config =
+      dir.File("c.toml", "[store]\nurl = \"" + nowhere + "\"\n");
+  const testing::ProgramRun run = testing::RunProgram(
+      {bin}, "a=b",
+      {"FORMWIZ_CONFIG=" + config, "REQUEST_METHOD=POST", "CONTENT_LENGTH=3"});
+  EXPECT_EQ(run.out.rfind("Status: 503", 0), 0u) << run.out;
+  EXPECT_NE(run.out.find("Retry-After: 60"), std::string::npos) << run.out;
+  EXPECT_EQ(run.out.find("nonexistent"), std::string::npos)
       << "the store's address stays private";
 }
 
 TEST(Outbox, BackoffDoublesUpToItsCap) {
   OutboxSettings settings;  // 30 s doubled, up to an hour
-  std::pair<int, int64_t> cases[] = {{0, 30},      {1, 60},   {2, 120},
-                                     {6, 1920},    {7, 3600}, {40, 3600},
-                                     {1000, 3600}, {-1, 30}};
+  std::pair<int, int64_t> cases[] = {{0, 30},   {1, 60},      {6, 1920},
+                                     {7, 3600}, {1000, 3600}, {-1, 30}};
   for (auto [attempts, seconds] : cases) {
     EXPECT_EQ(BackoffSeconds(settings, attempts), seconds) << attempts;
   }
@@ -613,10 +654,9 @@ TEST_P(StoreEngines, OutboxCountsLostLeasesAndHonoursStop) {
   }
   int64_t clock = 100;
   OutlastingTransport transport(theirs, clock);
-  int sends_allowed = 2;
   OutboxPass pass = DeliverDue(
       mine, transport, OutboxSettings{}, "me", [&] { return clock; },
-      [&] { return transport.taken_ < static_cast<size_t>(sends_allowed); });
+      [&] { return transport.taken_ < 2; });
   EXPECT_EQ(pass.lost_lease, 2);
   EXPECT_EQ(pass.sent, 0);
   EXPECT_EQ(transport.taken_, 2u) << "the third mail was not sent";
@@ -636,46 +676,35 @@ class SmtpSink {
   // Starts the sink and waits (bounded) for the port it reports.
   void Start(std::vector<std::string> args) {
     // Debian's python3, which has aiosmtpd.
-    std::vector<std::string> words = {"/usr/bin/python3",
-                                      FORMWIZ_SOURCE_DIR
-                                      "/tests/delivery/smtp_sink.py",
-                                      "--dir",
-                                      folder_.string(),
-                                      "--max-seconds",
-                                      "120"};
-    words.insert(words.end(), args.begin(), args.end());
+    args.insert(
+        args.begin(),
+        {"/usr/bin/python3", FORMWIZ_SOURCE_DIR "/tests/delivery/smtp_sink.py",
+         "--dir", folder_.string(), "--max-seconds", "120"});
     std::vector<char*> argv;
-    for (std::string& w : words) argv.push_back(w.data());
+    for (std::string& arg : args) argv.push_back(arg.data());
     argv.push_back(nullptr);
-    int in[2], out[2];
+    const std::string said = folder_.string() + ".out";
+    int in[2];
     ASSERT_EQ(::pipe2(in, O_CLOEXEC), 0);
-    ASSERT_EQ(::pipe2(out, O_CLOEXEC), 0);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_addopen(&actions, 1, said.c_str(),
+                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ASSERT_EQ(
         posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ),
         0);
     posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
-    ::close(out[1]);
     stdin_ = in[1];
     std::string line;
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (line.find('\n') == std::string::npos &&
-           std::chrono::steady_clock::now() < deadline) {
-      pollfd fd = {out[0], POLLIN, 0};
-      if (::poll(&fd, 1, 200) <= 0) continue;
-      char c[256];
-      ssize_t n = ::read(out[0], c, sizeof c);
-      if (n <= 0) break;
-      line.append(c, static_cast<size_t>(n));
+    for (int i = 0; i < 200 && line.find('\n') == std::string::npos; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      line = ReadFile(said);
     }
-    ::close(out[0]);
-    std::istringstream words_in(line);
+    std::istringstream words(line);
     std::string listening, host;
-    words_in >> listening >> host >> port_;
+    words >> listening >> host >> port_;
     ASSERT_EQ(listening, "listening") << "sink said: " << line;
   }
 
@@ -707,8 +736,9 @@ class SmtpSink {
     std::vector<std::pair<std::string, nlohmann::json>> messages;
     for (fs::path& name : names) {
       std::string raw = ReadFile(name);
-      name.replace_extension(".json");
-      messages.emplace_back(raw, nlohmann::json::parse(ReadFile(name)));
+      messages.emplace_back(
+          raw,
+          nlohmann::json::parse(ReadFile(name.replace_extension(".json"))));
     }
     return messages;
   }
@@ -733,11 +763,12 @@ int FreePort() {
   return ntohs(address.sin_port);
 }
 
-SmtpSettings Smtp(const std::string& url, int timeout_seconds = 10) {
+std::unique_ptr<Transport> Smtp(const std::string& url,
+                                int timeout_seconds = 10) {
   SmtpSettings settings;
   settings.url = url;
   settings.timeout_seconds = timeout_seconds;
-  return settings;
+  return MakeSmtpTransport(settings);
 }
 
 class OutboxSmtp : public ::testing::Test {
@@ -765,7 +796,7 @@ TEST_F(OutboxSmtp, SendsOnceWithTheBytesIntact) {
       "Subject: =?UTF-8?Q?caf=C3=A9?=\r\nMessage-ID: <intact@example.org>\r\n"
       "\r\n.\r\n..two\r\n\xc3\xa9t\xc3\xa9\r\n.end\r\n";
   store_.Add(record);
-  std::unique_ptr<Transport> smtp = MakeSmtpTransport(Smtp(sink_.Url()));
+  std::unique_ptr<Transport> smtp = Smtp(sink_.Url());
   OutboxPass pass = Pass(*smtp);
   EXPECT_EQ(pass.sent, 1);
   EXPECT_EQ(Pass(*smtp).sent, 0);
@@ -781,9 +812,8 @@ TEST_F(OutboxSmtp, SendsOnceWithTheBytesIntact) {
 
   // Whatever the configured URL names, only SMTP is spoken.
   std::string http = sink_.Url().replace(0, 4, "http");
-  SendResult other =
-      MakeSmtpTransport(Smtp(http))
-          ->Send("forms@example.org", {"owner@example.org"}, record.message);
+  SendResult other = Smtp(http)->Send("forms@example.org",
+                                      {"owner@example.org"}, record.message);
   EXPECT_EQ(other.kind, Kind::kTemporary);
   EXPECT_EQ(sink_.Messages().size(), 1u);
 }
@@ -793,7 +823,7 @@ TEST_F(OutboxSmtp, ServerDownIsRetriedWithBackoffThenDelivered) {
   SubmissionRecord record = Queued("down");
   store_.Add(record);
   std::unique_ptr<Transport> smtp =
-      MakeSmtpTransport(Smtp("smtp://127.0.0.1:" + std::to_string(port), 5));
+      Smtp("smtp://127.0.0.1:" + std::to_string(port), 5);
   int64_t start = clock_;
   EXPECT_EQ(Pass(*smtp).retried, 1);
   EXPECT_EQ(store_.Get(record.id)->next_attempt_at, start + 30);
@@ -839,8 +869,7 @@ TEST_F(OutboxSmtp, ServerAnswersDecideTheOutcome) {
     sink.Start(c.sink_args);
     SubmissionRecord record = Queued(c.name, clock_);
     store_.Add(record);
-    std::unique_ptr<Transport> smtp =
-        MakeSmtpTransport(Smtp(sink.Url(), c.timeout_seconds));
+    std::unique_ptr<Transport> smtp = Smtp(sink.Url(), c.timeout_seconds);
     Pass(*smtp);
     SubmissionRecord after = *store_.Get(record.id);
     EXPECT_EQ(after.status, c.status);
@@ -858,7 +887,7 @@ TEST_F(OutboxSmtp, TemporaryFailuresRunOutIntoFailed) {
   settings_.max_attempts = 2;
   SubmissionRecord record = Queued("runs-out");
   store_.Add(record);
-  std::unique_ptr<Transport> smtp = MakeSmtpTransport(Smtp(sink_.Url()));
+  std::unique_ptr<Transport> smtp = Smtp(sink_.Url());
   EXPECT_EQ(Pass(*smtp).retried, 1);
   clock_ += 3600;
   EXPECT_EQ(Pass(*smtp).failed, 1);
