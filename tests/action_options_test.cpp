@@ -85,49 +85,12 @@ std::string StoredForm(const char* action, const char* mode) {
 const std::string kMailForm = StoredForm("/mail", "1");
 const std::string kCustomCsvForm = StoredForm("/cgi/x", "2");
 
-// "name kind:caption-or-text", visible (v) or hidden (h) with the value,
-// the length limit, the container and the marks of the buttons.
-std::string Describe(const tk::Control& c) {
-  const char* kinds[] = {"label", "text", "option", "list", "button", "frame"};
-  const bool text = c.kind() == tk::ControlKind::kText;
-  return c.Name() + " " + kinds[static_cast<int>(c.kind())] + ":" +
-         (text ? c.Text() : c.Caption()) + (c.Visible() ? " v" : " h") +
-         std::to_string(c.Value()) + " " + std::to_string(c.MaxLength()) +
-         (c.Container() ? " in " + c.Container()->Name() : "") +
-         (c.IsDefault() ? " default" : "") + (c.IsCancel() ? " cancel" : "") +
-         (c.Enabled() ? "" : " disabled");
-}
-
-TEST_F(ActionOptionsTest, BuildsEveryControlAsDesignedInTabOrder) {
-  const std::vector<std::string> designed = {
-      "optActionEmail option:Send an e-mail with the form information h1 0",
-      "optActionCustom option:Other (CGI Script) h0 0",
-      "txtEmailAddr text: v0 256",
-      "txtEmailSubj text: v0 256",
-      "Label2 label:Form Action: v0 0",
-      "Label3 label:CGI Script URL: h0 0",
-      "Frame1 frame: v0 0",
-      "optFormatHumanReadable option:Human-readable formatting v1 0 in Frame1",
-      "optFormatCSV option:Comma-separated (for database import) v0 0 in "
-      "Frame1",
-      "txtActionURL text:http:// h0 256",
-      "Label8 label:Send the e-mail to: v0 0",
-      "Label9 label:E-mail subject: v0 0",
-      "cmdOK button:OK v0 0 default",
-      "cmdCancel button:Cancel v0 0",
-  };
-  // Every load starts with the designed caption.
+TEST_F(ActionOptionsTest, EveryLoadStartsWithTheDesignedCaptionAndTwoPairs) {
   dlg.Load();
   dlg.SetCaption("Form Orb Options");
   dlg.Unload();
   dlg.Load();
   EXPECT_EQ(dlg.Caption(), "Form Action Options");
-  std::vector<std::string> controls;
-  for (const tk::Control* c : dlg.Controls()) {
-    EXPECT_EQ(c->TabIndex(), static_cast<int>(controls.size())) << c->Name();
-    controls.push_back(Describe(*c));
-  }
-  EXPECT_EQ(controls, designed);
   // Two exclusive pairs, independent of each other.
   EXPECT_EQ(C("optActionEmail").Group(), C("optActionCustom").Group());
   EXPECT_EQ(C("optFormatHumanReadable").Group(), C("optFormatCSV").Group());

@@ -1,7 +1,7 @@
 // What the tests share: a person at the dialogs, the peer that reaches the
 // steps of clsFormWiz behind the dialogs, a fixture with a page of the host
 // stand-in, that person and a guard that starts down, hostile text, and runs
-// of the built program and of the tools that check its HTML.
+// of the built program.
 #pragma once
 
 #include <fcntl.h>
@@ -275,97 +275,5 @@ class ProgramTest : public ::testing::Test {
     }
   }
 };
-
-// The checks of the produced HTML in outside programs (a browser, the Nu Html
-// Checker) run on pages made as a person makes them: with `formwiz page` and
-// the person's actions at the wizard.
-namespace html_check {
-
-// A tool's path: the environment's variable `name` when set, else the path
-// the build gave (empty in the sanitizer build, which leaves these out).
-inline std::string ToolPath(const char* name, const char* built_in) {
-  const char* set = std::getenv(name);
-  return set != nullptr ? set : built_in;
-}
-// Why a check that runs `tool` cannot run here, or empty.
-inline std::string Missing(const std::string& tool) {
-  if (tool.empty()) return "the sanitizer build leaves this check out";
-  if (access(tool.c_str(), R_OK) != 0) return tool + " is absent: not run";
-  return "";
-}
-
-// A person's actions, as `formwiz page insert --script` takes them: each
-// row is the action, the control and the text typed or the row selected.
-inline script::Json Steps(const std::vector<std::vector<std::string>>& rows) {
-  script::Json steps = script::Json::array();
-  for (const auto& row : rows) {
-    script::Json step = {{"do", row[0]}, {"control", row[1]}};
-    if (row[0] == "select") step["row"] = std::stoi(row[2]);
-    if (row[0] == "type") step["text"] = row[2];
-    steps.push_back(step);
-  }
-  return steps;
-}
-// Picks form choice `choice` of the bundled orb, gives an address and
-// finishes, leaving everything else as offered.
-inline script::Json ChoiceSteps(int choice) {
-  return Steps({{"click", "optForm(" + std::to_string(choice) + ")"},
-                {"click", "cmdNav(3)"},
-                {"type", "txtEmailAddr", "me@example.org"},
-                {"click", "cmdNav(4)"}});
-}
-
-// Typed into the wizard, each would change the page if it ran or became
-// markup: the title, an element with the id "pwned", an event handler.
-inline const std::string kName = R"("><script>document.title='pwned'</script>)";
-inline const std::string kPrompt =
-    R"(<img src=x onerror="document.title='pwned'"><b id=pwned>&amp;</b>)";
-inline const std::string kResponse =
-    R"(</textarea>"><script>document.title='pwned'</script>&lt;)";
-
-// The comment form with the response, the first field's name and its prompt
-// typed as above, and Comments (a text area) moved up past Phone and
-// Subject, so that a text area that swallowed what follows it would lose
-// Subject. The included fields end in the order kName, Email, Comments,
-// Subject.
-inline script::Json HostileSteps() {
-  // clang-format off
-  return Steps({
-      {"click", "optForm(0)"}, {"click", "cmdNav(3)"},
-      {"type", "txtEmailAddr", "me@example.org"}, {"click", "cmdNav(3)"},
-      {"clear", "txtResponse"}, {"type", "txtResponse", kResponse},
-      {"click", "cmdNav(3)"}, {"select", "lstFields", "0"},
-      {"clear", "txtFieldName"}, {"type", "txtFieldName", kName},
-      {"clear", "txtFieldPrompt"}, {"type", "txtFieldPrompt", kPrompt},
-      {"select", "lstFields", "5"}, {"click", "cmdShift(0)"},
-      {"click", "cmdShift(0)"}, {"click", "cmdNav(4)"}});
-  // clang-format on
-}
-
-// Makes page `name`: a new page, the bundled orb inserted with the person's
-// `steps`, exported. Gives the exported file, or an empty path after
-// reporting the command that failed.
-inline std::string MakePage(const std::string& name,
-                            const script::Json& steps) {
-  const std::string page = TempPath(name + ".page");
-  const std::string html = TempPath(name + ".html");
-  const std::string script = WriteTemp(name + ".json", steps.dump());
-  for (const auto& command : std::vector<std::vector<std::string>>{
-           {"page", "new", page},
-           {"page", "insert", page, "--orb",
-            FORMWIZ_SOURCE_DIR "/orbs/form/form.qlo", "--script", script},
-           {"page", "export", page, "-o", html}}) {
-    const ProgramRun run = RunFormwiz(command);
-    if (run.status != 0) {
-      ADD_FAILURE() << name << ": formwiz page " << command[1] << ": status "
-                    << run.status << "\n"
-                    << run.err;
-      return {};
-    }
-  }
-  return html;
-}
-
-}  // namespace html_check
 
 }  // namespace formwiz

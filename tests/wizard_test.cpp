@@ -439,19 +439,5 @@ TEST_F(FieldStepTest, SizeBoxesFollowTheAttributesPresent) {
   EXPECT_EQ(Tree("prompt") + Tree("rows") + Tree("name"), " 4 F G");
 }
 
-TEST_F(FieldStepTest, TabOrderAndLimitsOfTheStep) {
-  wiz.Load();
-  std::string order;
-  for (tk::Control* c : wiz.Controls()) {
-    if (c->Container() == &Ctl("fraStep", 3) &&
-        c->kind() != tk::ControlKind::kLabel) {
-      order += c->Name() + std::to_string(c->MaxLength()) + " ";
-    }
-  }
-  EXPECT_EQ(order,
-            "lstFields0 txtFieldName80 txtFieldPrompt256 txtParam(1)3 "
-            "txtParam(2)3 cmdShift(0)0 cmdShift(1)0 ");
-}
-
 }  // namespace
 }  // namespace formwiz
