@@ -11,6 +11,7 @@ any sanitizer report on their standard error fails the test.
 
 import email
 import email.policy
+import glob
 import html.parser
 import http.client
 import json
@@ -23,6 +24,7 @@ import sys
 import tempfile
 import time
 import unittest
+import urllib.parse
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE_DIR = os.environ.get("FORMWIZ_SOURCE_DIR") or os.path.dirname(
@@ -43,12 +45,10 @@ SANITIZER_REPORT = re.compile(
 )
 
 
-def program_env(extra=None):
-    env = dict(os.environ)
-    env["ASAN_OPTIONS"] = "detect_leaks=1"
-    env["UBSAN_OPTIONS"] = "print_stacktrace=1:halt_on_error=1"
-    env.update(extra or {})
-    return env
+SANITIZERS = {
+    "ASAN_OPTIONS": "detect_leaks=1",
+    "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1",
+}
 
 
 def wait_until(predicate, timeout, what, step=0.1, state=None):
@@ -83,24 +83,22 @@ class Program:
     """A started program whose standard output and error go to files in
     `folder`, so that nothing it writes can block it."""
 
-    def __init__(self, name, argv, folder, env=None, stdin=subprocess.DEVNULL):
+    def __init__(self, name, argv, folder, stdin=subprocess.DEVNULL):
         self.name = name
-        self.argv = argv
         self.out_path = os.path.join(folder, name + ".out")
         self.err_path = os.path.join(folder, name + ".err")
         with open(self.out_path, "wb") as out, open(self.err_path, "wb") as err:
             self.process = subprocess.Popen(
-                argv, stdin=stdin, stdout=out, stderr=err, env=env or program_env()
+                argv, stdin=stdin, stdout=out, stderr=err, env=dict(os.environ, **SANITIZERS)
             )
         self.killed = False
 
-    def output(self):
-        with open(self.out_path, "rb") as f:
+    def output(self, path=None):
+        with open(path or self.out_path, "rb") as f:
             return f.read().decode("utf-8", "replace")
 
     def errors(self):
-        with open(self.err_path, "rb") as f:
-            return f.read().decode("utf-8", "replace")
+        return self.output(self.err_path)
 
     def wait_line(self, pattern, timeout=30):
         """The first match of `pattern` in the program's standard output;
@@ -159,18 +157,18 @@ class TestCase(unittest.TestCase):
         os.makedirs(path, exist_ok=True)
         return path
 
-    def start(self, name, argv, env=None, stdin=subprocess.DEVNULL, clean_exit=True):
+    def start(self, name, argv, stdin=subprocess.DEVNULL):
         """Starts a program that the clean-up stops; then a sanitizer report
-        on its standard error, or (with `clean_exit`) a status other than 0
-        after SIGTERM, fails the test."""
-        program = Program(name, argv, self.folder, env, stdin)
+        on its standard error, or a status other than 0 after SIGTERM, fails
+        the test."""
+        program = Program(name, argv, self.folder, stdin)
 
         def finish():
             status = program.stop()
             report = sanitizer_report(program.errors())
             if report:
                 raise AssertionError("%s: sanitizer report:\n%s" % (name, report))
-            if clean_exit and not program.killed and status != 0:
+            if not program.killed and status != 0:
                 raise AssertionError(
                     "%s ended with status %s after SIGTERM:\n%s"
                     % (name, status, program.errors()[-3000:])
@@ -181,28 +179,24 @@ class TestCase(unittest.TestCase):
 
     # The programs of the system and around it.
 
-    def start_sink(self, port=0, refuse=(), tempfail=()):
-        folder = self.mkdir("mail-%d" % len(os.listdir(self.folder)))
+    def start_sink(self, port=0):
+        """The recording SMTP server, a new folder and log at each start."""
+        self._sink_starts = getattr(self, "_sink_starts", 0) + 1
+        folder = self.mkdir("mail-%d" % self._sink_starts)
         argv = [sys.executable, os.path.join(HERE, "smtp_sink.py"), "--dir", folder]
-        argv += ["--port", str(port), "--max-seconds", "600"]
-        for address in refuse:
-            argv += ["--refuse", address]
-        for address in tempfail:
-            argv += ["--tempfail-rcpt", address]
+        argv += ["--port", str(port), "--max-seconds", "7200"]
         # Its standard input is a pipe: it ends when this process does.
-        program = self.start("smtp-sink", argv, stdin=subprocess.PIPE)
+        program = self.start("smtp-sink-%d" % self._sink_starts, argv, stdin=subprocess.PIPE)
         match = program.wait_line(r"^listening 127\.0\.0\.1 (\d+)$")
         return Sink(program, folder, int(match.group(1)))
 
-    def start_serve(self, pages, data, smtp=None, config=None, name="serve"):
-        argv = [FORMWIZ, "serve", "--listen", "127.0.0.1:0", "--data", data]
-        argv += ["--from", SENDER]
-        if smtp:
-            argv += ["--smtp", smtp]
+    def start_serve(self, pages, data, smtp, config=None, port=0, name="serve"):
+        argv = [FORMWIZ, "serve", "--listen", "127.0.0.1:%d" % port, "--data", data]
+        argv += ["--from", SENDER, "--smtp", smtp]
         if config:
             argv += ["--config", config]
         program = self.start(name, argv + list(pages))
-        match = program.wait_line(r"^listening on http://127\.0\.0\.1:(\d+)/$")
+        match = program.wait_line(r"^listening on http://127\.0\.0\.1:(\d+)/$", timeout=60)
         program.port = int(match.group(1))
         return program
 
@@ -220,35 +214,49 @@ class TestCase(unittest.TestCase):
         script["host"]["implFile"] = ORB
         if steps is not None:
             script["steps"] = steps
-        script = json.loads(
-            json.dumps(script).replace("sales@example.org", email_to)
-        )
-        script_path = self.write(name + ".json", json.dumps(script))
+        script = json.dumps(script).replace("sales@example.org", email_to)
+        script_path = self.write(name + ".json", script)
         page = self.path(name)
         self.formwiz("page", "new", page)
         self.formwiz("page", "add-text", page, "Ask us for our catalog.")
         self.formwiz("page", "insert", page, "--script", script_path)
         return page
 
-    def formwiz(self, *args, check=True):
+    def formwiz(self, *args):
         run = subprocess.run(
             [FORMWIZ] + list(args),
             capture_output=True,
             timeout=60,
-            env=program_env(),
+            env=dict(os.environ, **SANITIZERS),
         )
         report = sanitizer_report(run.stderr.decode("utf-8", "replace"))
         if report:
             raise AssertionError("formwiz %s: sanitizer report:\n%s" % (args, report))
-        if check and run.returncode != 0:
+        if run.returncode != 0:
             raise AssertionError(
                 "formwiz %s: status %d\n%s" % (args, run.returncode, run.stderr.decode())
             )
         return run
 
-    def submissions(self, data):
+    def submissions(self, data, config=None):
         """The store's submissions, by id."""
-        return self.submissions_json(data)
+        args = ["--config", config] if config else []
+        run = self.formwiz("submissions", "list", "--data", data, "--json", *args)
+        return {row["id"]: row for row in json.loads(run.stdout)}
+
+    def wait_settled(self, data, count, timeout=60):
+        """The store's submissions once it holds `count` and none of them
+        waits in the outbox."""
+
+        def settled():
+            records = self.submissions(data)
+            queued = any(r["status"] == "queued" for r in records.values())
+            return records if len(records) >= count and not queued else None
+
+        return wait_until(
+            settled, timeout, "%d submission(s) to settle" % count,
+            state=lambda: self.outbox_state(data),
+        )
 
     def outbox_state(self, data):
         """What each submission's mail stands at, for a failure's message."""
@@ -256,10 +264,6 @@ class TestCase(unittest.TestCase):
             (r["id"], r["client"], r["status"], r["attempts"], r["detail"])
             for r in self.submissions(data).values()
         ]
-
-    def submissions_json(self, data):
-        run = self.formwiz("submissions", "list", "--data", data, "--json")
-        return {row["id"]: row for row in json.loads(run.stdout)}
 
 
 class Sink:
@@ -274,130 +278,98 @@ class Sink:
 
     def messages(self):
         found = []
-        for name in sorted(os.listdir(self.folder)):
-            if not name.endswith(".json"):
-                continue
-            stem = os.path.join(self.folder, name[: -len(".json")])
+        for path in sorted(glob.glob(os.path.join(self.folder, "*.json"))):
+            stem = path[: -len(".json")]
             with open(stem + ".json", encoding="utf-8") as f:
                 envelope = json.load(f)
             with open(stem + ".eml", "rb") as f:
-                raw = f.read()
-            message = email.message_from_bytes(raw, policy=email.policy.default)
+                message = email.message_from_bytes(f.read(), policy=email.policy.default)
             message.envelope = envelope
-            message.raw = raw
             found.append(message)
         return found
 
     def wait_messages(self, count, timeout=30):
-        return wait_until(
-            lambda: (lambda m: m if len(m) >= count else None)(self.messages()),
-            timeout,
-            "%d mail(s) at the SMTP server" % count,
-        )
+        wait_until(lambda: len(self.messages()) >= count, timeout,
+                   "%d mail(s) at the SMTP server" % count)
+        return self.messages()
 
 
 class Reply:
-    def __init__(self, status, headers, body):
-        self.status = status
-        self.headers = headers
-        self.body = body
-
-    @property
-    def text(self):
-        return self.body.decode("utf-8", "replace")
+    def __init__(self, status, body):
+        self.status, self.body = status, body
+        self.text = body.decode("utf-8", "replace")
 
     def json(self):
         return json.loads(self.body)
 
 
-def request(
-    port,
-    method,
-    path,
-    body=None,
-    headers=None,
-    source=None,
-    timeout=30,
-    chunked=False,
-):
+def request(port, method, path, body=None, headers=None, source=None, timeout=30):
     """One HTTP request on a fresh connection. `source` is the loopback
     address to send from (any of 127.0.0.0/8), so that the server's limits
     per client address can be met one address at a time."""
     connection = http.client.HTTPConnection(
-        "127.0.0.1",
-        port,
-        timeout=timeout,
-        source_address=(source, 0) if source else None,
+        "127.0.0.1", port, timeout=timeout, source_address=(source, 0) if source else None
     )
     try:
-        connection.request(
-            method, path, body=body, headers=headers or {}, encode_chunked=chunked
-        )
+        connection.request(method, path, body=body, headers=headers or {})
         response = connection.getresponse()
-        data = response.read()
-        headers = {k.lower(): v for k, v in response.getheaders()}
-        return Reply(response.status, headers, data)
+        return Reply(response.status, response.read())
     finally:
         connection.close()
 
 
 def encode_form(pairs):
     """application/x-www-form-urlencoded, as a browser writes it (UTF-8)."""
-    from urllib.parse import urlencode
-
-    return urlencode(pairs).encode("ascii")
+    return urllib.parse.urlencode(pairs).encode("ascii")
 
 
-def post_form(port, pairs, headers=None, source=None, path=FORM_PATH):
-    sent = {"Content-Type": "application/x-www-form-urlencoded"}
-    sent.update(headers or {})
-    return request(port, "POST", path, encode_form(pairs), sent, source)
+def post_form(port, pairs, headers=None, source=None):
+    sent = dict({"Content-Type": "application/x-www-form-urlencoded"}, **(headers or {}))
+    return request(port, "POST", FORM_PATH, encode_form(pairs), sent, source)
 
 
-class FormReader(html.parser.HTMLParser):
-    """A page's first form as a browser would post it: the action, the
-    hidden fields in order, the visitor's boxes in order."""
+class PageReader(html.parser.HTMLParser):
+    """A page as a browser parses it: its elements, links and text, and its
+    first form as a browser would post it (the action, the hidden fields in
+    order, the visitor's boxes in order, not the trap)."""
 
-    def __init__(self):
-        super().__init__()
-        self.action = None
-        self.hidden = []
-        self.fields = []
-        self.traps = []
-        self.in_form = False
+    def __init__(self, text):
+        super().__init__(convert_charrefs=True)
+        self.tags, self.links, self.text = [], [], []
+        self.action, self.hidden, self.fields = None, [], []
         self.forms = 0
+        self.in_form = False
+        self.feed(text)
+        self.close()
+        self.joined = "".join(self.text)
 
     def handle_starttag(self, tag, attrs):
         a = dict(attrs)
+        self.tags.append(tag)
+        if tag == "a":
+            self.links.append(a.get("href"))
         if tag == "form":
             self.forms += 1
             self.in_form = self.forms == 1
-            if self.in_form:
-                self.action = a.get("action")
-            return
-        if not self.in_form or tag not in ("input", "textarea"):
-            return
+            self.action = a.get("action") if self.in_form else self.action
         name = a.get("name")
-        kind = a.get("type", "text") if tag == "input" else "textarea"
-        if not name:
+        if not self.in_form or tag not in ("input", "textarea") or not name:
             return
+        kind = a.get("type", "text") if tag == "input" else "textarea"
         if kind == "hidden":
             self.hidden.append((name, a.get("value", "")))
-        elif name.startswith("qln_"):
-            self.traps.append(name)
-        elif kind in ("text", "textarea", "email"):
+        elif not name.startswith("qln_") and kind in ("text", "textarea", "email"):
             self.fields.append(name)
 
     def handle_endtag(self, tag):
         if tag == "form":
             self.in_form = False
 
+    def handle_data(self, data):
+        self.text.append(data)
 
-def read_form(page_html):
-    reader = FormReader()
-    reader.feed(page_html)
-    reader.close()
-    return reader
+
+read_form = parse_page = PageReader
 
 
 def text_part(message):
@@ -411,36 +383,6 @@ def attachments(message):
         (part.get_content_type(), part.get_filename(), part.get_content())
         for part in message.iter_attachments()
     ]
-
-
-def all_parts(message):
-    return [part.get_content_type() for part in message.walk()]
-
-
-class TextOnly(html.parser.HTMLParser):
-    """An answer page's elements and its text, as a browser parses them."""
-
-    def __init__(self):
-        super().__init__(convert_charrefs=True)
-        self.tags = []
-        self.links = []
-        self.text = []
-
-    def handle_starttag(self, tag, attrs):
-        self.tags.append(tag)
-        if tag == "a":
-            self.links.append(dict(attrs).get("href"))
-
-    def handle_data(self, data):
-        self.text.append(data)
-
-
-def parse_page(text):
-    page = TextOnly()
-    page.feed(text)
-    page.close()
-    page.joined = "".join(page.text)
-    return page
 
 
 LIGHTTPD_CONF = """\
@@ -463,36 +405,22 @@ setenv.add-environment = ({environment})
 def start_lighttpd(test, docroot, environment):
     """lighttpd in the foreground on a free loopback port, running
     formwiz-mail as the CGI program at /cgi-bin/formmail with
-    `environment` added to the CGI's. Returns (program, port, logs)."""
+    `environment` added to the CGI's. Returns the port."""
     if not os.access(LIGHTTPD, os.X_OK):
         test.skipTest("lighttpd is not installed at " + LIGHTTPD)
     if not (FORMWIZ_MAIL and os.access(FORMWIZ_MAIL, os.X_OK)):
         test.fail("FORMWIZ_MAIL_BIN does not name the formwiz-mail program")
-    environment = dict(environment)
-    environment.update(
-        ASAN_OPTIONS="detect_leaks=1",
-        UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1",
-    )
     folder = test.mkdir("lighttpd")
     port = free_port()
-    conf = LIGHTTPD_CONF.format(
-        docroot=docroot,
-        port=port,
-        folder=folder,
-        form_path=FORM_PATH,
-        cgi=FORMWIZ_MAIL,
-        environment=", ".join(
-            '"%s" => "%s"' % (k, v) for k, v in sorted(environment.items())
-        ),
-    )
-    conf_path = os.path.join(folder, "lighttpd.conf")
-    with open(conf_path, "w", encoding="utf-8") as f:
-        f.write(conf)
-    logs = [os.path.join(folder, "lighttpd-error.log"), os.path.join(folder, "cgi-stderr.log")]
+    environment = sorted(dict(environment, **SANITIZERS).items())
+    conf = test.write("lighttpd/lighttpd.conf", LIGHTTPD_CONF.format(
+        docroot=docroot, port=port, folder=folder, form_path=FORM_PATH, cgi=FORMWIZ_MAIL,
+        environment=", ".join('"%s" => "%s"' % item for item in environment)))
 
     def cgi_reports():
         # The CGI program's standard error lands in lighttpd's logs.
-        for log in logs:
+        for log in ("lighttpd-error.log", "cgi-stderr.log"):
+            log = os.path.join(folder, log)
             if os.path.exists(log):
                 with open(log, encoding="utf-8", errors="replace") as f:
                     report = sanitizer_report(f.read())
@@ -500,16 +428,20 @@ def start_lighttpd(test, docroot, environment):
                     raise AssertionError("formwiz-mail: sanitizer report:\n" + report)
 
     test.addCleanup(cgi_reports)
-    program = test.start("lighttpd", [LIGHTTPD, "-D", "-f", conf_path])
+    wait_accepting(test.start("lighttpd", [LIGHTTPD, "-D", "-f", conf]), port)
+    return port
+
+
+def wait_accepting(program, port):
+    """Waits, bounded, until `program` takes connections on `port`."""
 
     def accepting():
         if program.process.poll() is not None:
-            raise AssertionError("lighttpd ended:\n" + program.errors())
+            raise AssertionError("%s ended:\n%s" % (program.name, program.errors()))
         try:
             socket.create_connection(("127.0.0.1", port), timeout=1).close()
             return True
         except OSError:
             return False
 
-    wait_until(accepting, 20, "lighttpd to listen")
-    return program, port, logs
+    wait_until(accepting, 20, "%s to listen" % program.name)

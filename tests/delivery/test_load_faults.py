@@ -1,50 +1,37 @@
 """Many posts through several handlers while things break.
 
-Four `formwiz serve` processes share one store and one outbox behind
-lighttpd, which balances the form's posts over them (mod_proxy); 64 clients
-post the form, each post with a token of its own, while at seeded random
-moments one handler is killed with SIGKILL and started again, the PostgreSQL
-server restarts, and the SMTP server stops for a while. `formwiz serve`
-rather than the CGI program: each process then has a long-lived delivery
-worker, so four workers compete for the one outbox all the time, and a
-killed process takes its leased mails and its database connection with it,
-which is what a crashed machine does.
-
-Once the outbox has drained (a bounded wait), the promise is checked post by
-post: an answer of success means stored and mailed; an error answer from the
-handler means neither; a post whose answer never came (its handler was
-killed, or the proxy answered 502/503 for it) or whose handler could not
-tell (504 after losing the database's answer to its commit) may be either,
-but is mailed only when stored. Every stored submission is mailed under its
-one Message-ID; a second copy of a mail, always with the same Message-ID,
-only comes from a kill or an SMTP stop between the mail server's 250 and the
-store's record, so there are at most as many as those faults allow.
+Four `formwiz serve` processes (each with a long-lived delivery worker, all
+on one store and outbox) behind lighttpd's mod_proxy; 64 clients post the
+form, each post with a token of its own, while at seeded random moments a
+handler is killed with SIGKILL and started again, PostgreSQL restarts, and
+the SMTP server stops for a while. Once the outbox has drained, post by
+post: a success answer means stored and mailed; the handler's error answer
+means neither; no answer, the proxy's 502/503 or the handler's 504 (its
+commit's answer lost) may be either, but mailed only when stored. Every
+stored submission is mailed under its one Message-ID; second copies (same
+Message-ID) only as many as the kills and SMTP stops explain.
 
     FORMWIZ_LOAD_POSTS=20000 FORMWIZ_LOAD_SEED=123 /usr/bin/python3 \
         tests/delivery/test_load_faults.py
 
-runs it at full size (the default is 2,000 posts) with a chosen seed (the
-default is a new one each run; the run prints it). Each store is its own
-test case: LoadFaults.test_postgresql, LoadFaults.test_sqlite.
+runs it at full size (default 2,000 posts; the seed is new each run and
+printed). One test case per store: LoadFaults.test_postgresql, test_sqlite.
 """
 
+import collections
 import email
 import email.policy
 import http.client
-import json
 import os
 import random
 import re
-import socket
-import subprocess
-import sys
 import threading
 import time
 import unittest
 
 import harness
 import pg_server
-from harness import FORM_PATH, SENDER
+from harness import FORM_PATH
 
 POSTS = int(os.environ.get("FORMWIZ_LOAD_POSTS") or 2000)
 SEED = int(os.environ.get("FORMWIZ_LOAD_SEED") or random.SystemRandom().randrange(1 << 31))
@@ -96,12 +83,12 @@ class Outcomes:
         self.success = {}  # token -> submission id
         self.refused = {}  # token -> status: an error answer from the handler
         self.unknown = {}  # token -> why: no answer, the proxy's, or 504
-        self.statuses = {}
+        self.statuses = collections.Counter()
 
     def add(self, token, kind, value, status):
         with self.lock:
             getattr(self, kind)[token] = value
-            self.statuses[status] = self.statuses.get(status, 0) + 1
+            self.statuses[status] += 1
 
     def done(self):
         with self.lock:
@@ -158,24 +145,10 @@ class LoadFaults(harness.TestCase):
 
     # The programs.
 
-    def start_sink(self):
-        folder = self.mkdir("mail-%d" % len(self.sinks))
-        argv = [sys.executable, os.path.join(harness.HERE, "smtp_sink.py")]
-        argv += ["--dir", folder, "--port", str(self.smtp_port)]
-        argv += ["--max-seconds", "7200"]
-        program = self.start(
-            "smtp-sink-%d" % len(self.sinks), argv, stdin=subprocess.PIPE
-        )
-        program.wait_line(r"^listening 127\.0\.0\.1 (\d+)$")
-        self.sinks.append((program, folder))
-
     def start_handler(self, number, generation=0):
-        argv = [harness.FORMWIZ, "serve", "--listen", "127.0.0.1:%d" % self.ports[number]]
-        argv += ["--data", self.data, "--from", SENDER, "--config", self.config]
-        argv += ["--smtp", "smtp://127.0.0.1:%d" % self.smtp_port, self.page]
-        program = self.start("serve-%d-%d" % (number, generation), argv)
-        program.wait_line(r"^listening on http://127\.0\.0\.1:\d+/$", timeout=60)
-        self.handlers[number] = program
+        self.handlers[number] = self.start_serve(
+            [self.page], self.data, "smtp://127.0.0.1:%d" % self.smtp_port, self.config,
+            port=self.ports[number], name="serve-%d-%d" % (number, generation))
 
     def start_proxy(self):
         folder = self.mkdir("lighttpd")
@@ -183,30 +156,11 @@ class LoadFaults(harness.TestCase):
         backends = ", ".join(
             '("host" => "127.0.0.1", "port" => %d)' % port for port in self.ports
         )
-        conf = self.write(
-            "lighttpd/lighttpd.conf",
-            PROXY_CONF.format(
-                docroot=folder,
-                port=self.proxy_port,
-                folder=folder,
-                form_path=FORM_PATH,
-                backends=backends,
-            ),
-        )
+        conf = self.write("lighttpd/lighttpd.conf", PROXY_CONF.format(
+            docroot=folder, port=self.proxy_port, folder=folder, form_path=FORM_PATH,
+            backends=backends))
         program = self.start("lighttpd", [harness.LIGHTTPD, "-D", "-f", conf])
-
-        def accepting():
-            if program.process.poll() is not None:
-                raise AssertionError("lighttpd ended:\n" + program.errors())
-            try:
-                socket.create_connection(
-                    ("127.0.0.1", self.proxy_port), timeout=1
-                ).close()
-                return True
-            except OSError:
-                return False
-
-        harness.wait_until(accepting, 20, "lighttpd to listen")
+        harness.wait_accepting(program, self.proxy_port)
 
     # The faults, each one bounded.
 
@@ -222,11 +176,10 @@ class LoadFaults(harness.TestCase):
         self.faults["database"] += 1
 
     def stop_smtp(self):
-        program, _ = self.sinks[-1]
-        program.stop()
+        self.sinks[-1].program.stop()
         time.sleep(self.random.uniform(1.0, 4.0))
         self.faults["smtp"] += 1
-        self.start_sink()
+        self.sinks.append(self.start_sink(self.smtp_port))
 
     def schedule(self):
         """(posts answered, fault) pairs: each fault at a random point of
@@ -247,7 +200,7 @@ class LoadFaults(harness.TestCase):
         self.config = self.write(
             "formwiz.toml", CONFIG.format(store=store_config, lease=LEASE_SECONDS)
         )
-        self.start_sink()
+        self.sinks.append(self.start_sink(self.smtp_port))
         for number in range(HANDLERS):
             self.start_handler(number)
         self.start_proxy()
@@ -286,7 +239,7 @@ class LoadFaults(harness.TestCase):
             raise fault_errors[0]
 
         records = self.drain()
-        mail = Mail([folder for _, folder in self.sinks])
+        mail = Mail([sink.folder for sink in self.sinks])
         self.check(outcomes, records, mail, posting_seconds)
 
     def post_all(self, hidden, outcomes):
@@ -324,26 +277,16 @@ class LoadFaults(harness.TestCase):
         return time.monotonic() - start
 
     def post_one(self, token, fields, outcomes):
-        connection = http.client.HTTPConnection("127.0.0.1", self.proxy_port, timeout=60)
+        headers = {"Content-Type": "application/x-www-form-urlencoded",
+                   "Accept": "application/json"}
         try:
-            connection.request(
-                "POST",
-                FORM_PATH,
-                body=harness.encode_form(fields),
-                headers={
-                    "Content-Type": "application/x-www-form-urlencoded",
-                    "Accept": "application/json",
-                },
-            )
-            response = connection.getresponse()
-            body = response.read()
+            response = harness.request(self.proxy_port, "POST", FORM_PATH,
+                                       harness.encode_form(fields), headers, timeout=60)
         except (OSError, http.client.HTTPException):
             outcomes.add(token, "unknown", "no answer", "none")
             return
-        finally:
-            connection.close()
         try:
-            answer = json.loads(body)
+            answer = response.json()
         except ValueError:
             answer = None
         if not isinstance(answer, dict) or "ok" not in answer:
@@ -356,12 +299,6 @@ class LoadFaults(harness.TestCase):
         else:
             outcomes.add(token, "refused", response.status, response.status)
 
-    def submissions(self):
-        run = self.formwiz(
-            "submissions", "list", "--json", "--data", self.data, "--config", self.config
-        )
-        return {row["id"]: row for row in json.loads(run.stdout)}
-
     def drain(self):
         """Waits, bounded, until no mail is left in the outbox; gives the
         store's submissions. Every handler, the database and the SMTP server
@@ -370,11 +307,11 @@ class LoadFaults(harness.TestCase):
             self.assertIsNone(program.process.poll(), "handler %d ended" % number)
 
         def drained():
-            records = self.submissions()
+            records = self.submissions(self.data, self.config)
             return records if all(r["status"] != "queued" for r in records.values()) else None
 
         def state():
-            records = self.submissions().values()
+            records = self.submissions(self.data, self.config).values()
             waiting = [(r["id"], r["status"], r["attempts"], r["detail"]) for r in records
                        if r["status"] != "sent"]
             return "%d not sent, for example %s" % (len(waiting), waiting[:5])
@@ -421,9 +358,7 @@ class LoadFaults(harness.TestCase):
         # server stopped under the workers of the four handlers.
         allowed = self.faults["kill"] + self.faults["smtp"] * HANDLERS
         unknown_stored = sum(1 for t in outcomes.unknown if t in by_token)
-        reasons = {}
-        for why in outcomes.unknown.values():
-            reasons[why] = reasons.get(why, 0) + 1
+        reasons = collections.Counter(outcomes.unknown.values())
         print(
             "posted %d in %.0f s: %d success, %d error answers from a handler, "
             "%d unknown (%s; %d of them stored and mailed)\n"

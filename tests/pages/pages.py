@@ -1,6 +1,6 @@
 """Pages made with every bundled orb, as a person makes them, and the browser
-that looks at them: shared by tests/pages/test_pages.py and
-scripts/orb-screenshots.
+that looks at them: shared by tests/pages/test_pages.py,
+tests/delivery/test_browser.py and scripts/orb-screenshots.
 
 A page is made with `formwiz page new`, `insert --orb ... --script` (the
 person's actions at the wizard, played headless) and `export`; the rows the
