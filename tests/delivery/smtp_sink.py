@@ -1,12 +1,13 @@
 """A mail server for tests: takes mail on 127.0.0.1 and keeps each message.
 
     smtp_sink.py --dir DIR [--port 0] [--refuse ADDR]... [--tempfail-rcpt ADDR]...
-                 [--slow SECONDS] [--max-seconds 900]
+                 [--slow SECONDS] [--auth] [--max-seconds 900]
 
 Prints "listening 127.0.0.1 PORT" once it takes connections. Each message
 becomes DIR/NNNNNN.eml (the DATA bytes as received) and DIR/NNNNNN.json
 ({"mail_from": ..., "rcpt_tos": [...]}), each written whole before its name
-appears. Ends on SIGTERM or SIGINT, after --max-seconds, or when its
+appears. With --auth it offers AUTH without TLS, takes any login and
+appends "LOGIN PASSWORD" for each to DIR/logins. Ends on SIGTERM or SIGINT, after --max-seconds, or when its
 standard input closes if that is a pipe, so that it never outlives its test.
 """
 
@@ -20,6 +21,7 @@ import threading
 import time
 
 from aiosmtpd.controller import Controller
+from aiosmtpd.smtp import AuthResult
 
 
 class Sink:
@@ -51,6 +53,15 @@ class Sink:
         return "250 OK"
 
 
+def keep_logins(folder):
+    def authenticate(server, session, envelope, mechanism, auth_data):
+        with open(os.path.join(folder, "logins"), "ab") as f:
+            f.write(auth_data.login + b" " + auth_data.password + b"\n")
+        return AuthResult(success=True)
+
+    return authenticate
+
+
 def write_whole(path, data):
     temp = path + ".tmp"
     with open(temp, "wb") as f:
@@ -74,6 +85,7 @@ def main():
     parser.add_argument("--refuse", action="append", default=[])
     parser.add_argument("--tempfail-rcpt", action="append", default=[])
     parser.add_argument("--slow", type=float, default=0)
+    parser.add_argument("--auth", action="store_true")
     parser.add_argument("--max-seconds", type=float, default=900)
     args = parser.parse_args()
     os.makedirs(args.dir, exist_ok=True)
@@ -93,8 +105,11 @@ def main():
         threading.Thread(target=watch_stdin, daemon=True).start()
 
     sink = Sink(args.dir, args.refuse, args.tempfail_rcpt, args.slow)
+    auth = {}
+    if args.auth:
+        auth = {"authenticator": keep_logins(args.dir), "auth_require_tls": False}
     controller = AnyPortController(
-        sink, hostname="127.0.0.1", port=args.port, enable_SMTPUTF8=True
+        sink, hostname="127.0.0.1", port=args.port, enable_SMTPUTF8=True, **auth
     )
     controller.start()
     print("listening 127.0.0.1 %d" % controller.port, flush=True)

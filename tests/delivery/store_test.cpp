@@ -880,6 +880,30 @@ TEST_F(OutboxSmtp, ServerAnswersDecideTheOutcome) {
   }
 }
 
+// A login waits for TLS unless "off" says otherwise: a server that offers
+// AUTH but no STARTTLS (or whose offer was stripped on the way) never sees
+// the password, and the mail waits.
+TEST_F(OutboxSmtp, ALoginNeverGoesInClearUnlessTold) {
+  sink_.Start({"--auth"});
+  const fs::path logins = dir_.path() / "mail" / "logins";
+  for (const char* starttls : {"try", "required", "off"}) {
+    SCOPED_TRACE(starttls);
+    SmtpSettings settings;
+    settings.url = sink_.Url();
+    settings.user = "forms";
+    settings.password = "secret";
+    settings.starttls = starttls;
+    settings.timeout_seconds = 10;
+    const SendResult result = MakeSmtpTransport(settings)->Send(
+        "forms@example.org", {"owner@example.org"}, "Subject: x\r\n\r\nx\r\n");
+    const bool in_clear = std::string_view(starttls) == "off";
+    EXPECT_EQ(result.kind, in_clear ? Kind::kSent : Kind::kTemporary)
+        << result.detail;
+    EXPECT_EQ(fs::exists(logins) && ReadFile(logins) == "forms secret\n",
+              in_clear);
+  }
+}
+
 TEST_F(OutboxSmtp, TemporaryFailuresRunOutIntoFailed) {
   sink_.Start({"--tempfail-rcpt", "owner@example.org"});
   settings_.max_attempts = 2;
