@@ -1,5 +1,6 @@
 // What the programs that drive the Qt views share: a person at the modal
-// dialogs, lookups of their widgets, and a main that needs no screen.
+// dialogs, lookups of their widgets, the bundled orb, pictures of what a
+// person sees, and a main that needs no screen.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,14 +8,20 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QTest>
 #include <QTimer>
 #include <algorithm>
 #include <deque>
+#include <fstream>
 #include <functional>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "component/cls_form_wiz.h"
+#include "host/page_document.h"
 #include "qtui/form_view.h"
 
 namespace formwiz::qtui {
@@ -83,6 +90,32 @@ inline void Click(FormView& view, const char* name) {
   // At the left edge, where a radio button's indicator is.
   QTest::mouseClick(button, Qt::LeftButton, {},
                     QPoint(6, button->height() / 2));
+}
+
+#ifdef FORMWIZ_SHOT_DIR
+// Saves what the dialog shows as `name`.png into the build tree (the Qt
+// view programs' folder), once the layouts have caught up with the last
+// changes in the event loop.
+inline void Shot(FormView& view, const char* name) {
+  QApplication::processEvents();
+  QDir().mkpath(FORMWIZ_SHOT_DIR);
+  EXPECT_TRUE(view.grab().save(QString(FORMWIZ_SHOT_DIR "/") + name + ".png"));
+}
+#endif
+
+// Inserts the bundled orb on `page` (an empty one if none) while the
+// person's steps run; gives the component, its Result read.
+inline std::unique_ptr<clsFormWiz> InsertBundledOrb(
+    std::shared_ptr<host::PageDocument> page = nullptr) {
+  if (!page) page = std::make_shared<host::PageDocument>();
+  page->RegisterRoles();
+  std::stringstream text;
+  text << std::ifstream(FORMWIZ_SOURCE_DIR "/orbs/form/form.qlo").rdbuf();
+  auto inserter = std::make_unique<clsFormWiz>();
+  inserter->SetImpl(FindElementInXml(text.str(), "impl"));
+  inserter->SetPath(FORMWIZ_SOURCE_DIR "/orbs/form");
+  inserter->OnCommand(page, 0, "");
+  return inserter;
 }
 
 }  // namespace formwiz::qtui

@@ -3,21 +3,16 @@
 // person made, and a long name whole.
 #include <gtest/gtest.h>
 
-#include <QDir>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QListView>
 #include <QScrollBar>
 #include <QSignalSpy>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "../qt_test_support.h"
-#include "component/cls_form_wiz.h"
-#include "host/page_document.h"
 #include "qtui/qt_ui.h"
 #include "wizard/frm_wizard.h"
 
@@ -134,9 +129,7 @@ TEST(FieldListViewTest, ShowsTheRowsAfterMovesTicksRenamesAndAReload) {
     }
     list->horizontalScrollBar()->setValue(
         list->horizontalScrollBar()->maximum());
-    QApplication::processEvents();
-    QDir().mkpath(FORMWIZ_SHOT_DIR);
-    EXPECT_TRUE(view.grab().save(FORMWIZ_SHOT_DIR "/field-list-long-name.png"));
+    Shot(view, "field-list-long-name");
     Rename(*name, "Short");
     rows[2].name = "Short";
     ExpectShows(*list, held, rows, 2);
@@ -155,16 +148,8 @@ TEST(FieldListViewTest, ShowsTheRowsAfterMovesTicksRenamesAndAReload) {
     QTest::keyClick(&view, Qt::Key_Escape);
   });
 
-  const auto page = std::make_shared<host::PageDocument>();
-  page->RegisterRoles();
-  std::stringstream text;
-  text << std::ifstream(FORMWIZ_SOURCE_DIR "/orbs/form/form.qlo").rdbuf();
-  clsFormWiz inserter;
-  inserter.SetImpl(FindElementInXml(text.str(), "impl"));
-  inserter.SetPath(FORMWIZ_SOURCE_DIR "/orbs/form");
-  inserter.OnCommand(page, 0, "");
+  EXPECT_EQ(InsertBundledOrb()->Result(), kResultCancelled);
   EXPECT_TRUE(person.Done());
-  EXPECT_EQ(inserter.Result(), kResultCancelled);
 }
 
 }  // namespace
