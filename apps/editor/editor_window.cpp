@@ -600,7 +600,8 @@ void EditorWindow::OpenInBrowser() {
   const std::string text = host::WritePage(page_);
   QString error;
   const std::optional<QUrl> url = preview_server_->Publish(
-      name, QByteArray(text.data(), qsizetype(text.size())), error);
+      name, QByteArray(text.data(), qsizetype(text.size())), error,
+      path_.isEmpty() ? QString() : QFileInfo(path_).absolutePath());
   if (!url) {
     ShowError(tr("Preview in Browser"),
               tr("The page cannot be served: %1.").arg(error));

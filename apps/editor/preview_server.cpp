@@ -6,6 +6,10 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <string>
+#include <string_view>
+
+#include "host/page_references.h"
 
 namespace formwiz::editor {
 namespace {
@@ -53,19 +57,23 @@ QString PreviewServer::LogFile() const { return dir_.filePath("serve.log"); }
 
 std::optional<QUrl> PreviewServer::Publish(const QString& name,
                                            const QByteArray& html,
-                                           QString& error) {
+                                           QString& error,
+                                           const QString& folder) {
   if (!dir_.isValid()) {
     error =
         QCoreApplication::translate("PreviewServer", "no temporary folder: %1")
             .arg(dir_.errorString());
     return std::nullopt;
   }
+  QDir site(dir_.filePath("site"));
   if (IsRunning() && name == served_name_ && html == served_html_) {
+    // A stylesheet may have been edited since: the server reads files as
+    // they are asked for, so copying them again is enough.
+    CopyLoadedFiles(name, html, folder);
     return base_.resolved(QUrl(QUrl::toPercentEncoding(name)));
   }
   Stop();
-  QDir site(dir_.filePath("site"));
-  // Only this page is in the folder: an older name of it goes.
+  // Only this page and its files are in the folder: an older name goes.
   site.removeRecursively();
   QSaveFile file(site.filePath(name));
   if (!QDir().mkpath(site.path()) || !file.open(QIODevice::WriteOnly) ||
@@ -75,10 +83,49 @@ std::optional<QUrl> PreviewServer::Publish(const QString& name,
                 .arg(file.errorString());
     return std::nullopt;
   }
+  CopyLoadedFiles(name, html, folder);
   if (!Start(error)) return std::nullopt;
   served_name_ = name;
   served_html_ = html;
   return base_.resolved(QUrl(QUrl::toPercentEncoding(name)));
+}
+
+void PreviewServer::CopyLoadedFiles(const QString& name, const QByteArray& html,
+                                    const QString& folder) {
+  const QString from = QFileInfo(folder).canonicalFilePath();
+  if (folder.isEmpty() || from.isEmpty()) return;
+  const QDir site(dir_.filePath("site"));
+  int files = 0;
+  qint64 bytes = 0;
+  for (const std::string& reference : host::PageReferences(
+           std::string_view(html.constData(), size_t(html.size())))) {
+    // Only a relative path: an address with a scheme or a host, or one from
+    // the site's root, names nothing that is known to be beside the page.
+    const QUrl url(QString::fromStdString(reference));
+    if (!url.isValid() || !url.isRelative() || !url.host().isEmpty() ||
+        url.path().isEmpty() || url.path().startsWith('/')) {
+      continue;
+    }
+    const QString path = QDir::cleanPath(url.path());
+    // The server refuses any segment that starts with a dot; ".." would
+    // lead out of the folder.
+    // The page itself is the one being edited, not its saved file.
+    if (path.startsWith('.') || path.contains(QLatin1String("/.")) ||
+        path == name) {
+      continue;
+    }
+    const QFileInfo source(QDir(from).filePath(path));
+    const QString real = source.canonicalFilePath();
+    if (!source.isFile() || !real.startsWith(from + '/')) continue;
+    if (++files > kMaxCopiedFiles ||
+        (bytes += source.size()) > kMaxCopiedBytes) {
+      return;
+    }
+    const QString target = site.filePath(path);
+    QDir().mkpath(QFileInfo(target).absolutePath());
+    QFile::remove(target);
+    QFile::copy(real, target);
+  }
 }
 
 bool PreviewServer::Start(QString& error) {

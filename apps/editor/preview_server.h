@@ -31,8 +31,17 @@ class PreviewServer {
   // folders) and gives the page's address on the running server. Nothing,
   // with the reason in `error`, when the page cannot be written or the
   // server does not start (or does not say where it listens) in time.
+  // The files the page loads (stylesheets, pictures, scripts) that lie in
+  // `folder` or below it, the page file's own folder, are copied beside it
+  // each time, so that the browser shows what a visitor gets; only those,
+  // so that no other file of that folder is served. Files that are missing
+  // or lie outside `folder` are left out.
   std::optional<QUrl> Publish(const QString& name, const QByteArray& html,
-                              QString& error);
+                              QString& error, const QString& folder = {});
+
+  // At most this many files, and this many bytes of them, are copied.
+  static constexpr int kMaxCopiedFiles = 256;
+  static constexpr qint64 kMaxCopiedBytes = qint64{64} << 20;
 
   // Stops the server, waiting for it a bounded time.
   void Stop();
@@ -44,6 +53,9 @@ class PreviewServer {
 
  private:
   bool Start(QString& error);
+  // Copies what the page loads from `folder` into the site folder.
+  void CopyLoadedFiles(const QString& name, const QByteArray& html,
+                       const QString& folder);
   QString LogFile() const;
 
   QString program_;

@@ -371,6 +371,59 @@ TEST(PreviewServerTest, ServesThePageTakesItsFormAndStartsAgainWhenNeeded) {
   EXPECT_FALSE(server.IsRunning());
 }
 
+// The files the page loads come along from beside its file, as they are
+// now, and nothing else of that folder does.
+TEST(PreviewServerTest, BringsTheFilesThePageLoadsAndNoOthers) {
+  QTemporaryDir dir;
+  ASSERT_TRUE(QDir(dir.path()).mkpath("site/style"));
+  WriteFile(dir, "secret.txt", "outside");
+  WriteFile(dir, "site/style/site.css", "p { color: red }");
+  WriteFile(dir, "site/logo big.png", "PNG");
+  WriteFile(dir, "site/private.txt", "private");
+  WriteFile(dir, "site/page.html", "the saved page");
+  ASSERT_TRUE(
+      QFile::link(dir.filePath("secret.txt"), dir.filePath("site/link.css")));
+  const QByteArray html =
+      "<!DOCTYPE html><title>t</title>"
+      "<link rel=stylesheet href=\"style/site.css?v=2\">"
+      "<link rel=stylesheet href=\"link.css\">"
+      "<img src=\"logo%20big.png\" alt=\"\"><img src=\"../secret.txt\" "
+      "alt=\"\">"
+      "<img src=\"/private.txt\" alt=\"\"><a href=\"private.txt\">p</a>"
+      "<iframe src=\"page.html\"></iframe>";
+  PreviewServer server(FORMWIZ_BIN);
+  QString error;
+  const QString folder = dir.filePath("site");
+  const auto url = server.Publish("page.html", html, error, folder);
+  ASSERT_TRUE(url) << error.toStdString();
+  const struct {
+    const char* path;
+    const char* body;  // null: not served
+  } cases[] = {
+      {"style/site.css", "p { color: red }"},
+      {"logo%20big.png", "PNG"},
+      {"page.html", html.constData()},  // the edited page, not its file
+      {"link.css", nullptr},            // leads out of the folder
+      {"secret.txt", nullptr},
+      {"private.txt", nullptr},  // only linked to, or named from the root
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.path);
+    const Reply reply = Fetch(url->resolved(QUrl(c.path)));
+    EXPECT_EQ(reply.status, c.body ? 200 : 404);
+    if (c.body) {
+      EXPECT_EQ(reply.body, c.body);
+    }
+  }
+  // An edited stylesheet shows at the next preview, on the same server.
+  const qint64 pid = server.ProcessId();
+  WriteFile(dir, "site/style/site.css", "p { color: blue }");
+  ASSERT_TRUE(server.Publish("page.html", html, error, folder));
+  EXPECT_EQ(server.ProcessId(), pid);
+  EXPECT_EQ(Fetch(url->resolved(QUrl("style/site.css"))).body,
+            "p { color: blue }");
+}
+
 // The window says why there is no preview: here, with no formwiz program
 // beside the test, the server cannot start; and a program that is no
 // server does not say where it listens.
