@@ -20,6 +20,7 @@
 #include "formdoc/form_doc.h"
 #include "formdoc/kelxml.h"
 #include "host/page.h"
+#include "host/page_references.h"
 #include "script/script.h"
 #include "toolkit/ui.h"
 
@@ -114,6 +115,11 @@ std::string CheckForeignPage(std::string_view input) {
     return error.empty() ? "refused without a reason" : "";
   }
   if (!page.frame) return "";
+  // The files a preview copies are read from any page without harm (the
+  // sanitizers are the check), and none is named by an empty value.
+  for (const std::string& reference : host::PageReferences(input)) {
+    if (reference.empty()) return "a file the page loads has no name";
+  }
   const std::string written = host::WritePage(page);
   if (written != input) {
     return "read as someone else's page, it writes back as " + Excerpt(written);
