@@ -3,7 +3,8 @@
 // implements for it (HtmlObject, PageItem, TextSelection, the object
 // registry, the ProgIDs it asks for), the XML tree its definitions are kept in
 // and the parsing of them ahead, the failures host code raises, and the Ui
-// through which the component shows dialogs and message boxes. See "Embedding the component" in the README.
+// through which the component shows dialogs and message boxes. See "Embedding
+// the component" in the README.
 #pragma once
 
 #include "component/cls_form_wiz.h"
