@@ -19,13 +19,13 @@ struct Config {
   std::string store_url;                  // [store] url; "" = SQLite
   std::string from;                       // [mail] from
   std::string default_subject = "Form submission";  // [mail] default_subject
-  store::SmtpSettings smtp;               // [mail] smtp, smtp_user, ...
-  std::string sendmail;                   // [mail] sendmail: a command
-  std::vector<std::string> allow_addresses;  // [recipients] allow
-  std::vector<std::string> allow_domains;    // [recipients] allow_domains
+  store::SmtpSettings smtp;                    // [mail] smtp, smtp_user, ...
+  std::string sendmail;                        // [mail] sendmail: a command
+  std::vector<std::string> allow_addresses;    // [recipients] allow
+  std::vector<std::string> allow_domains;      // [recipients] allow_domains
   std::map<std::string, std::string> aliases;  // [recipients.aliases]
-  Limits limits;                          // [limits]
-  store::OutboxSettings outbox;           // [outbox]
+  Limits limits;                               // [limits]
+  store::OutboxSettings outbox;                // [outbox]
 
   // True when mail can leave: an SMTP URL or a sendmail command is set.
   bool CanSend() const { return !smtp.url.empty() || !sendmail.empty(); }

@@ -14,8 +14,8 @@ namespace formwiz::delivery {
 
 struct Decoded {
   bool ok = false;
-  int status = 400;       // when not ok: 400 malformed, 413 over a limit
-  std::string error;      // when not ok: one line for the visitor
+  int status = 400;   // when not ok: 400 malformed, 413 over a limit
+  std::string error;  // when not ok: one line for the visitor
   std::vector<store::Field> pairs;
 };
 

@@ -13,16 +13,16 @@
 namespace formwiz::delivery {
 
 struct MailInput {
-  std::string from;        // the configured sender, a bare address
-  std::string to;          // the resolved recipient, a bare address
-  std::string subject;     // as posted; a default is used when empty
+  std::string from;     // the configured sender, a bare address
+  std::string to;       // the resolved recipient, a bare address
+  std::string subject;  // as posted; a default is used when empty
   std::string default_subject = "Form submission";
-  bool comma_separated = false;  // qln_SendMode "2"
+  bool comma_separated = false;      // qln_SendMode "2"
   std::vector<store::Field> fields;  // in sort order
-  std::string page;        // where the form was, "" when unknown
-  std::string client;      // the visitor's address
-  int64_t received_at = 0; // Unix time
-  std::string message_id;  // "<key@domain>"
+  std::string page;                  // where the form was, "" when unknown
+  std::string client;                // the visitor's address
+  int64_t received_at = 0;           // Unix time
+  std::string message_id;            // "<key@domain>"
 };
 
 // "Name: value" blocks, one per field, a blank line between blocks; a value

@@ -15,8 +15,8 @@ struct OutboxSettings {
   int lease_seconds = 120;  // longer than a transport's whole timeout
   int batch = 16;           // mails claimed at once
   int max_attempts = 20;    // then the mail is kFailed (retry brings it back)
-  int first_backoff_seconds = 30;   // doubled per attempt...
-  int max_backoff_seconds = 3600;   // ...up to this
+  int first_backoff_seconds = 30;  // doubled per attempt...
+  int max_backoff_seconds = 3600;  // ...up to this
 };
 
 // The delay before attempt `attempts + 1` after `attempts` failed ones.

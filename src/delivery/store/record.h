@@ -4,9 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <optional>
 #include <vector>
 
 namespace formwiz::store {
@@ -31,25 +31,25 @@ struct Field {
 };
 
 struct SubmissionRecord {
-  int64_t id = 0;                // given by the store on Add
-  std::string key;               // random, unique; the Message-ID's left part
-  int64_t received_at = 0;       // Unix time, seconds
-  std::string page;              // the page the form came from (Referer), or ""
-  std::string client;            // the client's address
-  int form_index = 0;            // qln_FormIndex as a number, 0 when absent
-  std::string subject;           // the mail's subject as sent
-  std::string send_mode;         // "1" human-readable, "2" comma-separated
-  std::string requested_to;      // qln_EmailTo as posted
-  std::string recipient;         // the address mailed, "" when none
-  std::vector<Field> fields;     // the visitor's fields, in sort order
+  int64_t id = 0;             // given by the store on Add
+  std::string key;            // random, unique; the Message-ID's left part
+  int64_t received_at = 0;    // Unix time, seconds
+  std::string page;           // the page the form came from (Referer), or ""
+  std::string client;         // the client's address
+  int form_index = 0;         // qln_FormIndex as a number, 0 when absent
+  std::string subject;        // the mail's subject as sent
+  std::string send_mode;      // "1" human-readable, "2" comma-separated
+  std::string requested_to;   // qln_EmailTo as posted
+  std::string recipient;      // the address mailed, "" when none
+  std::vector<Field> fields;  // the visitor's fields, in sort order
   Status status = Status::kQueued;
-  std::string detail;            // why refused / spam / the last send error
-  std::string message_id;        // "<key@domain>", "" when nothing is mailed
-  std::string mail_from;         // envelope sender
-  std::string message;           // the composed RFC 5322 message, "" if none
-  int attempts = 0;              // send attempts made
-  int64_t next_attempt_at = 0;   // Unix time when a queued mail is due
-  int64_t sent_at = 0;           // Unix time the server took it, 0 if not
+  std::string detail;           // why refused / spam / the last send error
+  std::string message_id;       // "<key@domain>", "" when nothing is mailed
+  std::string mail_from;        // envelope sender
+  std::string message;          // the composed RFC 5322 message, "" if none
+  int attempts = 0;             // send attempts made
+  int64_t next_attempt_at = 0;  // Unix time when a queued mail is due
+  int64_t sent_at = 0;          // Unix time the server took it, 0 if not
 };
 
 }  // namespace formwiz::store

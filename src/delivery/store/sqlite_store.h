@@ -34,8 +34,7 @@ class SqliteStore : public Store {
   int64_t CountFromClientSince(const std::string& client,
                                int64_t since) override;
   std::vector<SubmissionRecord> ClaimDue(const std::string& owner, int64_t now,
-                                         int lease_seconds,
-                                         int limit) override;
+                                         int lease_seconds, int limit) override;
   bool MarkSent(int64_t id, const std::string& owner, int64_t now) override;
   bool MarkRetry(int64_t id, const std::string& owner, int64_t next_attempt_at,
                  const std::string& detail) override;
