@@ -21,6 +21,7 @@
 
 #include "actionoptions/frm_action_options.h"
 #include "bench/definition.h"
+#include "bench/qt_frame.h"
 #include "bench/recorder.h"
 #include "component/cls_form_wiz.h"
 #include "formdoc/kelxml.h"
@@ -32,12 +33,6 @@
 
 namespace formwiz::bench {
 namespace {
-
-constexpr int kRows = 10000;
-// One field in seven is not offered for the first form choice and gets no
-// row: this many fields give kRows rows.
-constexpr int kFields = 11667;
-constexpr double kFrameSeconds = 0.016;
 
 using Clock = std::chrono::steady_clock;
 
@@ -54,24 +49,6 @@ class PaintCounter : public QObject {
   }
 };
 
-// Everything the event loop does before the next frame is shown: posted
-// events (layout requests, the list's delayed relayout, whose timer is due
-// at once) and the paint of what was marked dirty, which may post more.
-void FinishFrame() {
-  for (int i = 0; i < 3; ++i) {
-    QCoreApplication::sendPostedEvents();
-    QCoreApplication::processEvents();
-  }
-}
-
-qtui::FormView* ActiveView() {
-  return qobject_cast<qtui::FormView*>(QApplication::activeModalWidget());
-}
-
-QAbstractItemView* List(qtui::FormView& view) {
-  return qobject_cast<QAbstractItemView*>(view.Widget("lstFields"));
-}
-
 void ClickButton(qtui::FormView& view, const char* name) {
   QTest::mouseClick(view.Widget(name), Qt::LeftButton);
 }
@@ -84,7 +61,7 @@ void InWizard(benchmark::State& state,
   qtui::QtUi ui;
   ScopedUi scoped{ui};
   KelXmlDocument doc;
-  doc.LoadXml(GeneratedDefinition(kFields));
+  doc.LoadXml(GeneratedDefinition(kLargeFields));
   frmWizard& wiz = frmWizard::Instance();
   wiz.Unload();
   wiz.Load();
@@ -202,7 +179,7 @@ void BM_QtEnterFieldStep(benchmark::State& state) {
   });
 }
 
-// A stored definition of state.range(0) fields (kFields: kRows listed)
+// A stored definition of state.range(0) fields (kLargeFields: kRows listed)
 // opened from the page: from OnOpen, which reads it and parses it or takes
 // the tree parsed ahead, to the first frame of the wizard on its field step.
 // Cancel, untimed, closes it. A small definition gives the part that does
@@ -285,15 +262,15 @@ BENCHMARK(BM_QtRenameKeystroke)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_QtEnterFieldStep)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_QtOpenStoredDefinition)
     ->Arg(12)
-    ->Arg(kFields)
+    ->Arg(kLargeFields)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_OpenUnparsedDefinition)
-    ->Arg(kFields)
+    ->Arg(kLargeFields)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ParseStoredDefinition)
-    ->Arg(kFields)
+    ->Arg(kLargeFields)
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace

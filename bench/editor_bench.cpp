@@ -6,7 +6,6 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
-#include <QAbstractItemView>
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -23,21 +22,18 @@
 #include <string>
 
 #include "bench/definition.h"
+#include "bench/qt_frame.h"
 #include "bench/recorder.h"
 #include "editor_window.h"
 #include "host/page.h"
 #include "page_view.h"
 #include "page_web_view.h"
-#include "qtui/form_view.h"
 
 namespace formwiz::bench {
 namespace {
 
 constexpr int kForms = 200;
 constexpr double kTargetSeconds = 1.0;
-// A definition of this many fields lists 10,000 of them on the field step.
-constexpr int kLargeFields = 11667;
-constexpr double kFrameSeconds = 0.016;
 // A render that takes longer than this has hung: the run fails.
 constexpr int kGiveUpMs = 30000;
 
@@ -113,7 +109,7 @@ QString WritePage(const QTemporaryDir& dir, const QString& name,
 }
 
 // The page of kForms bundled forms, and a page of one form whose stored
-// definition lists kLargeRows fields (its HTML stays the bundled form's:
+// definition lists kRows fields (its HTML stays the bundled form's:
 // only the reopen is timed on it).
 struct Pages {
   QString forms;
@@ -208,20 +204,14 @@ void BM_ReopenLargeForm(benchmark::State& state) {
     std::chrono::steady_clock::time_point shown;
     bool seen = false;
     std::function<void()> look = [&] {
-      auto* view =
-          qobject_cast<qtui::FormView*>(QApplication::activeModalWidget());
+      qtui::FormView* view = ActiveView();
       if (view == nullptr) {
         QTimer::singleShot(0, look);
         return;
       }
-      // The frame: posted events, the list's relayout and the paint.
-      for (int i = 0; i < 3; ++i) {
-        QCoreApplication::sendPostedEvents();
-        QCoreApplication::processEvents();
-      }
+      FinishFrame();
       shown = std::chrono::steady_clock::now();
-      const auto* list =
-          qobject_cast<QAbstractItemView*>(view->Widget("lstFields"));
+      const QAbstractItemView* list = List(*view);
       seen = list != nullptr && list->model()->rowCount() > 0;
       QTest::mouseClick(view->Widget("cmdNav(1)"), Qt::LeftButton);
     };

@@ -65,7 +65,6 @@ std::optional<QUrl> PreviewServer::Publish(const QString& name,
             .arg(dir_.errorString());
     return std::nullopt;
   }
-  QDir site(dir_.filePath("site"));
   if (IsRunning() && name == served_name_ && html == served_html_) {
     // A stylesheet may have been edited since: the server reads files as
     // they are asked for, so copying them again is enough.
@@ -73,6 +72,7 @@ std::optional<QUrl> PreviewServer::Publish(const QString& name,
     return base_.resolved(QUrl(QUrl::toPercentEncoding(name)));
   }
   Stop();
+  QDir site(dir_.filePath("site"));
   // Only this page and its files are in the folder: an older name goes.
   site.removeRecursively();
   QSaveFile file(site.filePath(name));
@@ -107,9 +107,9 @@ void PreviewServer::CopyLoadedFiles(const QString& name, const QByteArray& html,
       continue;
     }
     const QString path = QDir::cleanPath(url.path());
-    // The server refuses any segment that starts with a dot; ".." would
-    // lead out of the folder.
-    // The page itself is the one being edited, not its saved file.
+    // The server refuses any segment that starts with a dot, and ".." would
+    // lead out of the folder; the page itself is the one being edited, not
+    // its saved file.
     if (path.startsWith('.') || path.contains(QLatin1String("/.")) ||
         path == name) {
       continue;
