@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -200,27 +201,14 @@ void OpenStoredDefinition(benchmark::State& state, bool parsed_ahead) {
     if (parsed_ahead && !ParseAhead(text)) {
       state.SkipWithError("the definition does not parse");
     }
-    Clock::time_point start = Clock::now();
-    Clock::time_point shown;
-    bool seen = false;
-    std::function<void()> look = [&] {
-      qtui::FormView* view = ActiveView();
-      if (view == nullptr) {
-        QTimer::singleShot(0, look);
-        return;
-      }
-      FinishFrame();
-      shown = Clock::now();
-      seen = frmWizard::Instance().nCurStep == 3 &&
-             List(*view)->model()->rowCount() > 0;
-      ClickButton(*view, "cmdNav(1)");
-    };
-    QTimer::singleShot(0, look);
     clsFormWiz opener;
-    opener.OnOpen(object, page, 0);
-    if (!seen) state.SkipWithError("the field step was not shown");
-    state.SetIterationTime(
-        std::chrono::duration<double>(shown - start).count());
+    const std::optional<double> seconds =
+        SecondsToFieldStep([&] { opener.OnOpen(object, page, 0); });
+    if (!seconds) {
+      state.SkipWithError("the field step was not shown");
+      break;
+    }
+    state.SetIterationTime(*seconds);
   }
   frmWizard::Instance().Unload();
   frmActionOptions::Instance().Unload();

@@ -1,12 +1,19 @@
 // What the Qt benchmarks share: the frame an action is timed to, the
-// dialog on show, and the size of the large definition they open.
+// dialog on show, the size of the large definition they open, and the
+// timing of an open to the wizard's first frame.
 #pragma once
 
 #include <QAbstractItemView>
 #include <QApplication>
 #include <QCoreApplication>
+#include <QTest>
+#include <QTimer>
+#include <chrono>
+#include <functional>
+#include <optional>
 
 #include "qtui/form_view.h"
+#include "wizard/frm_wizard.h"
 
 namespace formwiz::bench {
 
@@ -36,6 +43,33 @@ inline qtui::FormView* ActiveView() {
 // The field step's list of `view`.
 inline QAbstractItemView* List(qtui::FormView& view) {
   return qobject_cast<QAbstractItemView*>(view.Widget("lstFields"));
+}
+
+// Calls `open`, which runs the wizard, and gives the seconds from the call
+// to the end of the wizard's first frame on its field step with the list
+// filled; Cancel then closes it. Nothing when that step was not shown.
+inline std::optional<double> SecondsToFieldStep(
+    const std::function<void()>& open) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  Clock::time_point shown;
+  bool seen = false;
+  std::function<void()> look = [&] {
+    qtui::FormView* view = ActiveView();
+    if (view == nullptr) {
+      QTimer::singleShot(0, look);
+      return;
+    }
+    FinishFrame();
+    shown = Clock::now();
+    seen = frmWizard::Instance().nCurStep == 3 && List(*view) != nullptr &&
+           List(*view)->model()->rowCount() > 0;
+    QTest::mouseClick(view->Widget("cmdNav(1)"), Qt::LeftButton);
+  };
+  QTimer::singleShot(0, look);
+  open();
+  if (!seen) return std::nullopt;
+  return std::chrono::duration<double>(shown - start).count();
 }
 
 }  // namespace formwiz::bench
