@@ -16,6 +16,7 @@ import html.parser
 import http.client
 import json
 import os
+import random
 import re
 import signal
 import socket
@@ -68,10 +69,27 @@ def wait_until(predicate, timeout, what, step=0.1, state=None):
 
 
 def free_port():
-    """A loopback port nothing listens on at the moment of the call."""
-    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
+    """A loopback port nothing listens on at the moment of the call, taken
+    below the kernel's ephemeral range: bind(0) and outgoing connections of
+    tests running beside this one take ports from that range, and one of
+    them could take this port before the program it is for binds it (or
+    binds it again after a restart)."""
+    try:
+        with open("/proc/sys/net/ipv4/ip_local_port_range") as f:
+            low = int(f.read().split()[0])
+    except (OSError, ValueError, IndexError):
+        low = 32768
+    first = 10000 if low > 11000 else 1024
+    ports = range(first, max(first + 1, low))
+    candidates = random.Random().sample(ports, min(200, len(ports)))
+    for port in candidates:
+        with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
+            try:
+                s.bind(("127.0.0.1", port))
+            except OSError:
+                continue
+            return port
+    raise AssertionError("no free loopback port below %d" % low)
 
 
 def sanitizer_report(text):

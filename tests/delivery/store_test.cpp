@@ -13,6 +13,7 @@
 #include <atomic>
 #include <future>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <set>
 #include <sstream>
 
@@ -748,17 +749,28 @@ class SmtpSink {
   int port_ = 0;
 };
 
-// A port with nothing listening on it, for now.
+// A port with nothing listening on it, for now, taken below the kernel's
+// ephemeral range: a bind(0) or an outgoing connection of a test running
+// beside this one takes its port from that range and could take this one
+// before the SMTP server binds it.
 int FreePort() {
-  int s = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ::bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address);
-  socklen_t size = sizeof address;
-  ::getsockname(s, reinterpret_cast<sockaddr*>(&address), &size);
-  ::close(s);
-  return ntohs(address.sin_port);
+  std::random_device seed;
+  std::mt19937 random(seed());
+  std::uniform_int_distribution<int> ports(10000, 32767);
+  for (int attempt = 0; attempt < 200; ++attempt) {
+    const int port = ports(random);
+    const int s = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    const bool free =
+        ::bind(s, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    ::close(s);
+    if (free) return port;
+  }
+  ADD_FAILURE() << "no free loopback port";
+  return 0;
 }
 
 std::unique_ptr<Transport> Smtp(const std::string& url,
