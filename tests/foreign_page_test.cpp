@@ -237,11 +237,6 @@ TEST(ForeignPageTest, OtherEncodingsBinaryAndPlainTextAreRefused) {
       {"Just some words.\nNo markup at all.\n", "not an HTML page"},
       {" \n", "empty"},
       {"<html><frameset><frame src=a></frameset></html>", "frameset"},
-      // A page file whose line ends were converted is a damaged page file.
-      {"<!DOCTYPE html>\r\n<html lang=\"en\">\r\n<head>\r\n<meta "
-       "charset=\"utf-8\">\r\n<meta name=\"generator\" content=\"formwiz "
-       "page 2\">\r\n</head><body></body></html>",
-       "page file"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.why);
@@ -253,6 +248,81 @@ TEST(ForeignPageTest, OtherEncodingsBinaryAndPlainTextAreRefused) {
     EXPECT_EQ(error.find('\n'), std::string::npos);
     EXPECT_EQ(WritePage(page), before);
   }
+}
+
+// A page file with a paragraph and a form, as formwiz writes it.
+std::string PageFileWithAForm() {
+  Page page;
+  page.title = "Contact";
+  page.blocks.push_back({"Write to us.", nullptr});
+  const auto object = page.document->AddObject();
+  object->prog_id = "QlnFormOrbWiz.clsFormWiz";
+  object->display_name = "Form";
+  object->html_source = "<form action=\"/cgi-bin/formmail\">\n</form>";
+  object->html_data = Variant::String("<impl><form/></impl>");
+  page.AdoptNewObjects(1);
+  return WritePageFile(page);
+}
+
+std::string Replaced(std::string text, std::string_view from,
+                     std::string_view to) {
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << from;
+  return text.replace(at, from.size(), to);
+}
+
+TEST(ForeignPageTest, APageFileChangedSinceFormwizWroteItOpensAsAnHtmlPage) {
+  const std::string file = PageFileWithAForm();
+  std::string crlf;
+  for (char c : file)
+    crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  const struct {
+    const char* what;
+    std::string bytes;
+    const char* kinds;  // the blocks of <main>, as Kinds gives them
+  } kCases[] = {
+      // The common hand edit: a stylesheet and a site header; the form is
+      // intact and stays a form.
+      {"edited by hand",
+       Replaced(Replaced(file, "</head>",
+                         "<link rel=\"stylesheet\" href=\"site.css\">\n"
+                         "</head>"),
+                "<main>", "<header>Acme</header>\n<main>"),
+       "po"},
+      // Converted line ends change the form's bytes: it is kept as HTML.
+      {"CR LF", crlf, "ps"},
+      // Cut short before the form's end marker: what is there is kept.
+      {"cut short", file.substr(0, file.find("<!--/formwiz-object-->")), "ps"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.what);
+    Page page;
+    std::string error, changed;
+    ASSERT_TRUE(ReadPage(c.bytes, page, error, &changed)) << error;
+    EXPECT_FALSE(changed.empty());
+    EXPECT_EQ(changed.find('\n'), std::string::npos);
+    ASSERT_TRUE(page.frame);
+    EXPECT_EQ(Kinds(page), c.kinds);
+    EXPECT_EQ(page.title, "Contact");
+    EXPECT_EQ(page.blocks[0].text, "Write to us.");
+    EXPECT_EQ(WritePage(page), c.bytes);
+    // A paragraph added at the end lands inside <main>, in the file's line
+    // ends, and nothing else moves.
+    page.blocks.push_back({"More.", nullptr});
+    const std::string saved = WritePage(page);
+    const size_t main_end = saved.rfind("</main>");
+    if (main_end != std::string::npos) {
+      EXPECT_LT(saved.find("<p>More.</p>"), main_end);
+    }
+    EXPECT_EQ(Read(saved).blocks.size(), page.blocks.size());
+  }
+  // The page file as written is read as one, and nothing is said.
+  Page page;
+  std::string error, changed = "stale";
+  ASSERT_TRUE(ReadPage(file, page, error, &changed)) << error;
+  EXPECT_EQ(changed, "");
+  EXPECT_FALSE(page.frame);
+  EXPECT_EQ(Kinds(page), "po");
 }
 
 TEST(ForeignPageTest, DeepNestingIsReadOrRefusedWithinBounds) {

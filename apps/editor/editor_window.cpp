@@ -216,18 +216,23 @@ bool EditorWindow::OpenFile(const QString& path) {
       file.read(static_cast<qint64>(host::kMaxPageFileSize) + 1);
   host::Page page;
   std::string error;
+  std::string changed;
   bool read = false;
   if (static_cast<size_t>(bytes.size()) > host::kMaxPageFileSize) {
     error = "larger than the " + std::to_string(host::kMaxPageFileSize >> 20) +
             " MiB a page may have";
   } else {
     read = host::ReadPage(std::string_view(bytes.constData(), bytes.size()),
-                          page, error);
+                          page, error, &changed);
   }
   if (!read) {
     ShowError(title, tr("%1 is no page this editor can open: %2")
                          .arg(QDir::toNativeSeparators(path),
                               QString::fromStdString(error)));
+    return false;
+  }
+  if (!changed.empty() &&
+      !AskOpenChanged(path, QString::fromStdString(changed))) {
     return false;
   }
   const QString absolute = QFileInfo(path).absoluteFilePath();
@@ -643,6 +648,20 @@ QString EditorWindow::AskSavePath() {
 
 void EditorWindow::ShowError(const QString& title, const QString& text) {
   QMessageBox::warning(this, title, text);
+}
+
+bool EditorWindow::AskOpenChanged(const QString& path, const QString& why) {
+  QMessageBox box(QMessageBox::Warning, tr("Open Page"),
+                  tr("%1 was changed since formwiz wrote it: %2.")
+                      .arg(QDir::toNativeSeparators(path), why),
+                  QMessageBox::Open | QMessageBox::Cancel, this);
+  box.setInformativeText(
+      tr("It can be opened as an HTML page: its forms that are intact can "
+         "be edited again, and whatever else formwiz no longer recognizes "
+         "is kept as it stands. Saving writes the page back in its own "
+         "shape."));
+  box.setDefaultButton(QMessageBox::Open);
+  return box.exec() == QMessageBox::Open;
 }
 
 }  // namespace formwiz::editor

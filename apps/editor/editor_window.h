@@ -99,6 +99,9 @@ class EditorWindow : public QMainWindow, private PageEditor {
   virtual QString AskOpenPath(const QString& title, const QString& filter);
   virtual QString AskSavePath();
   virtual void ShowError(const QString& title, const QString& text);
+  // Whether to open a page file that was changed since formwiz wrote it
+  // (`why` is what the page file's reader found) as an HTML page.
+  virtual bool AskOpenChanged(const QString& path, const QString& why);
 
   void closeEvent(QCloseEvent* event) override;
 

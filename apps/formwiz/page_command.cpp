@@ -41,9 +41,21 @@ bool LoadPage(const std::string& file, host::Page& page) {
   // The page is written back to the same name, so "-" is a file here.
   const auto text = host::ReadInputFile(file == "-" ? "./-" : file,
                                         host::kMaxPageFileSize, error);
-  if (text && host::ReadPage(*text, page, error)) return true;
-  Problem(file, error, kExitFailure);
-  return false;
+  std::string changed;
+  if (!text || !host::ReadPage(*text, page, error, &changed)) {
+    Problem(file, error, kExitFailure);
+    return false;
+  }
+  // Said once, and the command goes on: the page is kept byte for byte
+  // but for what the command changes, as with any page formwiz did not
+  // write.
+  if (!changed.empty()) {
+    Problem(file,
+            "changed since formwiz wrote it (" + changed +
+                "): read as an HTML page, and written back in its own shape",
+            0);
+  }
+  return true;
 }
 
 // Writes through a new file beside `file` and renames it over, so that a

@@ -31,6 +31,12 @@
 // is a paragraph again. Both keep the bytes that followed them up to the
 // next block in `gap`.
 //
+// A page file is read by the page file's reader. One that reader refuses
+// (someone linked a stylesheet in it by hand, converted its line ends, or
+// it was cut short) is read here like any page, but for one thing: its
+// blocks are the children of its <main>, where formwiz put them. Markers
+// that are whole still make forms, the rest is bytes kept as they are.
+//
 // Refused, with the page left as it was: invalid UTF-8 (a BOM is fine and
 // kept), NUL bytes, a <meta> that declares another encoding, a file with no
 // HTML element at all, a frameset page, and a page whose parse goes past
@@ -319,8 +325,14 @@ std::string Unreadable(std::string_view text) {
 // A foreign page read into its parts, before any of it goes to the page.
 class ForeignReader {
  public:
-  ForeignReader(std::string_view text, std::weak_ptr<PageDocument> document)
-      : text_(text), document_(std::move(document)) {}
+  // `page_file_head` lets a head with the page file's generator line be
+  // read like any other; without it, Read stops there (page_file_ is set)
+  // for the page file's own reader to say what became of the file.
+  ForeignReader(std::string_view text, std::weak_ptr<PageDocument> document,
+                bool page_file_head = false)
+      : text_(text),
+        document_(std::move(document)),
+        page_file_head_(page_file_head) {}
 
   bool Read(std::string& error) {
     if (error = Unreadable(text_); !error.empty()) return false;
@@ -344,7 +356,7 @@ class ForeignReader {
       error = "has no <body> (a frameset page): forms go into a page's body";
       return false;
     }
-    if (IsPageFileHead(head)) {
+    if (!page_file_head_ && IsPageFileHead(head)) {
       // A page file whose bytes were changed (its line ends converted, say)
       // is a damaged page file, and the page file's reader says where.
       page_file_ = true;
@@ -355,8 +367,18 @@ class ForeignReader {
       error = "not an HTML page: there is no HTML element in it";
       return false;
     }
-    const size_t body_end = BodyEnd(root, body);
-    const std::vector<Group> groups = Groups(body, body_end);
+    const GumboNode* container = body;
+    size_t body_end = BodyEnd(root, body);
+    if (const GumboNode* main =
+            page_file_head_ ? PageFileMain(body) : nullptr) {
+      container = main;
+      // A file cut short has no </main>: its blocks run to the end.
+      if (main->v.element.original_end_tag.length > 0) {
+        body_end =
+            std::min<size_t>(main->v.element.end_pos.offset, html_.size());
+      }
+    }
+    const std::vector<Group> groups = Groups(container, body_end);
     // The blocks end at the body's end tag, which never moves: an element
     // left open across it is cut there, its rest stays after. Only a form
     // of formwiz's is never cut (its HTML is its own business).
@@ -366,7 +388,7 @@ class ForeignReader {
     }
     std::vector<size_t> starts;
     for (size_t k = 0; k < groups.size(); ++k) {
-      starts.push_back(BlockStart(groups, k, body));
+      starts.push_back(BlockStart(groups, k, container));
     }
     for (size_t k = 0; k < groups.size(); ++k) {
       const size_t next = k + 1 < groups.size() ? starts[k + 1] : end;
@@ -441,6 +463,21 @@ class ForeignReader {
       }
     }
     return false;
+  }
+
+  // A page file keeps its blocks in the body's <main>; one edited by hand
+  // may have more around it (a header, a footer), which stays as it is.
+  // The first <main> at the top of the body with its start tag, if any.
+  static const GumboNode* PageFileMain(const GumboNode* body) {
+    const GumboVector& children = body->v.element.children;
+    for (size_t i = 0; i < children.length; ++i) {
+      const GumboNode* child = Child(children, i);
+      if (IsElement(child) && child->v.element.tag == GUMBO_TAG_MAIN &&
+          child->v.element.original_tag.length > 0) {
+        return child;
+      }
+    }
+    return nullptr;
   }
 
   // Where the body's content ends: its end tag, else </html>, else the end
@@ -663,32 +700,57 @@ class ForeignReader {
   std::string_view text_;
   std::string_view html_;
   std::weak_ptr<PageDocument> document_;
+  bool page_file_head_;
   // The comments among the body's top-level nodes: start and end.
   std::vector<std::pair<size_t, size_t>> comments_;
 };
 
 }  // namespace
 
-bool ReadPage(std::string_view text, Page& page, std::string& error) {
+bool ReadPage(std::string_view text, Page& page, std::string& error,
+              std::string* changed) {
+  if (changed != nullptr) changed->clear();
   if (text.size() > kMaxPageFileSize) {
     error = "too large for a page (" + std::to_string(text.size()) +
             " bytes, at most " + std::to_string(kMaxPageFileSize) + ")";
     return false;
   }
-  if (page_format::IsPageFile(text)) return ReadPageFile(text, page, error);
-  if (!page.document) page.document = std::make_shared<PageDocument>();
-  ForeignReader reader(text, page.document);
-  if (!reader.Read(error)) {
-    return reader.page_file_ && ReadPageFile(text, page, error);
+  // A page file that is no longer one (a stylesheet linked by hand, its
+  // line ends converted, cut short) is read as the HTML page it now is:
+  // what the page file's reader cannot take is kept as bytes, its intact
+  // forms stay forms, and `changed` gets the page file reader's reason.
+  std::string page_file_error;
+  bool page_file = page_format::IsPageFile(text);
+  if (page_file) {
+    if (ReadPageFile(text, page, error)) return true;
+    page_file_error = error;
   }
+  if (!page.document) page.document = std::make_shared<PageDocument>();
+  std::optional<ForeignReader> reader(std::in_place, text, page.document,
+                                      page_file);
+  if (!reader->Read(error)) {
+    if (!reader->page_file_) {
+      // The page file's reader knows best what became of a page file.
+      if (page_file) error = page_file_error;
+      return false;
+    }
+    // The generator line, though not where a page file has it.
+    if (ReadPageFile(text, page, page_file_error)) return true;
+    reader.emplace(text, page.document, true);
+    if (!reader->Read(error)) {
+      error = page_file_error;
+      return false;
+    }
+  }
+  if (changed != nullptr) *changed = page_file_error;
   std::vector<std::shared_ptr<PageObject>> objects;
-  for (const PageBlock& block : reader.blocks_) {
+  for (const PageBlock& block : reader->blocks_) {
     if (block.object) objects.push_back(block.object);
   }
   page.document->objects = std::move(objects);
-  page.blocks = std::move(reader.blocks_);
-  page.title = std::move(reader.title_);
-  page.frame = std::move(reader.frame_);
+  page.blocks = std::move(reader->blocks_);
+  page.title = std::move(reader->title_);
+  page.frame = std::move(reader->frame_);
   return true;
 }
 

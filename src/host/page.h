@@ -114,7 +114,14 @@ bool ReadPageFile(std::string_view text, Page& page, std::string& error,
 // has `source`. `page.title` is the text of the head's <title> (white space
 // trimmed and collapsed, as a browser shows it), or empty for a page
 // without one. The rules are told at the top of html_page.cpp.
-bool ReadPage(std::string_view text, Page& page, std::string& error);
+//
+// A file with the page file's generator line that the page file's reader
+// refuses (edited by hand, its line ends converted, cut short) is read as
+// any other page; `changed`, when given, receives the page file reader's
+// reason then, and is emptied otherwise, so that the person can be told
+// before working on it.
+bool ReadPage(std::string_view text, Page& page, std::string& error,
+              std::string* changed = nullptr);
 // Writes a page back: a page file, or for a page with a frame the frame
 // around its blocks, so that a page read and written unchanged is the same
 // bytes. The title's bytes change only when `page.title` did.

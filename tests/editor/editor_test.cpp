@@ -93,6 +93,14 @@ class TestWindow : public EditorWindow {
     ++save_paths_asked;
     return {};
   }
+  bool AskOpenChanged(const QString&, const QString& why) override {
+    changed << why;
+    return open_changed;
+  }
+
+ public:
+  bool open_changed = false;
+  QStringList changed;  // what each question about a changed file said
 };
 
 std::string ReadText(const fs::path& file) {
@@ -153,7 +161,7 @@ class EditorWindowTest : public ::testing::Test {
 };
 using EditorUndoTest = EditorWindowTest;
 
-TEST_F(EditorWindowTest, OpensEditsDeletesAsksAndRefusesADamagedFile) {
+TEST_F(EditorWindowTest, OpensEditsDeletesAndAsksBeforeOpeningAChangedFile) {
   OpenSample();
   PageView& view = *window.view();
 
@@ -196,19 +204,26 @@ TEST_F(EditorWindowTest, OpensEditsDeletesAsksAndRefusesADamagedFile) {
   ASSERT_TRUE(window.OpenFile(file));
   EXPECT_EQ(window.page().blocks.size(), 2u);
 
-  // A file cut inside the object's markers is refused with the reader's
-  // reason, and the page stays.
-  const std::string damaged = text.substr(0, text.find("<form") + 3);
+  // A page file cut short is no page file: the person is asked, with the
+  // page file reader's reason, before it opens as an HTML page; Cancel
+  // keeps the page open now.
+  const std::string cut = text.substr(0, text.find("<form") + 3);
   const QString bad = dir.filePath("bad.html");
-  std::ofstream(bad.toStdString(), std::ios::binary) << damaged;
+  std::ofstream(bad.toStdString(), std::ios::binary) << cut;
   host::Page probe;
   std::string reason;
-  ASSERT_FALSE(host::ReadPageFile(damaged, probe, reason));
+  ASSERT_FALSE(host::ReadPageFile(cut, probe, reason));
   EXPECT_FALSE(window.OpenFile(bad));
-  ASSERT_EQ(window.errors.size(), 1);
-  EXPECT_TRUE(window.errors[0].contains(QString::fromStdString(reason)));
+  ASSERT_EQ(window.changed.size(), 1);
+  EXPECT_TRUE(window.changed[0].contains(QString::fromStdString(reason)));
   EXPECT_EQ(window.page().blocks.size(), 2u);
   EXPECT_EQ(window.path(), QFileInfo(file).absoluteFilePath());
+  window.open_changed = true;
+  ASSERT_TRUE(window.OpenFile(bad));
+  EXPECT_EQ(window.path(), QFileInfo(bad).absoluteFilePath());
+  EXPECT_TRUE(window.page().frame);
+  EXPECT_EQ(window.page().blocks[0].text, "Before the form");
+  EXPECT_TRUE(window.errors.isEmpty());
 }
 
 TEST_F(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
