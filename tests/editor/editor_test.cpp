@@ -9,7 +9,6 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
-#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSettings>
 #include <QStandardPaths>
@@ -28,16 +27,6 @@
 #include "page_properties.h"
 #include "page_view.h"
 #include "page_web_view.h"
-
-// The window holds the rendered page view: Chromium inside Qt WebEngine, and
-// the fontconfig and udev it starts, keep memory until the process ends.
-// The leak check of the sanitizer build leaves their allocations out, and
-// only theirs.
-extern "C" const char* __lsan_default_suppressions() {
-  return "leak:libQt6WebEngineCore.so\n"
-         "leak:libfontconfig.so\n"
-         "leak:libudev.so\n";
-}
 
 namespace formwiz::editor {
 namespace {
@@ -77,6 +66,8 @@ class TestWindow : public EditorWindow {
   int questions = 0;
   int save_paths_asked = 0;
   QStringList errors;
+  bool open_changed = false;
+  QStringList changed;  // what each question about a changed file said
 
  protected:
   QMessageBox::StandardButton AskSaveChanges() override {
@@ -97,10 +88,6 @@ class TestWindow : public EditorWindow {
     changed << why;
     return open_changed;
   }
-
- public:
-  bool open_changed = false;
-  QStringList changed;  // what each question about a changed file said
 };
 
 std::string ReadText(const fs::path& file) {
@@ -139,18 +126,13 @@ void ShowActive(QWidget& window) {
   ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
 }
 
-// A window on the sample page, saved in a folder of the test's own.
+// A window on the sample page, saved in a folder of the test's own; active,
+// for the keys that go through the focus.
 class EditorWindowTest : public ::testing::Test {
  protected:
-  // Shows the window (active, for tests whose keys go through the focus)
-  // and opens the page.
-  void OpenSample(bool active = false) {
+  void OpenSample() {
     text = WriteSamplePage(file);
-    if (active) {
-      ShowActive(window);
-    } else {
-      window.show();
-    }
+    ShowActive(window);
     ASSERT_TRUE(window.OpenFile(file))
         << window.errors.join("\n").toStdString();
   }
@@ -159,7 +141,18 @@ class EditorWindowTest : public ::testing::Test {
   std::string text;
   TestWindow window;
 };
-using EditorUndoTest = EditorWindowTest;
+
+// Acts on File ▸ Properties once its modal dialog is up, from the event
+// loop of its exec().
+void WhenPropertiesShown(QObject* context,
+                         std::function<void(PagePropertiesDialog&)> act) {
+  QTimer::singleShot(10, context, [context, act] {
+    auto* dialog =
+        qobject_cast<PagePropertiesDialog*>(QApplication::activeModalWidget());
+    if (dialog == nullptr) return WhenPropertiesShown(context, act);
+    act(*dialog);
+  });
+}
 
 TEST_F(EditorWindowTest, OpensEditsDeletesAndAsksBeforeOpeningAChangedFile) {
   OpenSample();
@@ -224,126 +217,21 @@ TEST_F(EditorWindowTest, OpensEditsDeletesAndAsksBeforeOpeningAChangedFile) {
   EXPECT_TRUE(window.page().frame);
   EXPECT_EQ(window.page().blocks[0].text, "Before the form");
   EXPECT_TRUE(window.errors.isEmpty());
-}
 
-TEST_F(EditorWindowTest, InsertsTheBundledOrbAfterTheCurrentBlock) {
-  window.show();
-  window.InsertParagraph();
-  window.InsertParagraph();
-  window.view()->FocusBlock(0);
-  qtui::Person person;
-  person.At("frmWizard", [](qtui::FormView& view) {
-    qtui::Click(view, "optForm(1)");
-    qtui::Click(view, "cmdNav(3)");
-    QTest::keyClicks(qtui::Get<QLineEdit>(view, "txtEmailAddr"),
-                     "sales@example.org");
-    for (const char* next : {"cmdNav(3)", "cmdNav(3)", "cmdNav(4)"}) {
-      qtui::Click(view, next);
-    }
-  });
-  window.InsertOrb(kOrbs / "form" / "form.qlo");
-  EXPECT_TRUE(person.Done());
-
-  const auto& blocks = window.page().blocks;
-  ASSERT_EQ(blocks.size(), 3u);
-  ASSERT_NE(blocks[1].object, nullptr);
-  EXPECT_EQ(blocks[1].object->display_name, "Form");
-  EXPECT_EQ(blocks[1].object->html_picture,
-            ReadBytes(kOrbs / "form" / "form.png"));
-  EXPECT_EQ(window.view()->Current(), 1u);
-  // After each change and each open (which takes the tree it used) the
-  // stored definition is parsed ahead again, so that the next open finds it
-  // ready.
-  const auto parsed_ahead = [&] {
-    window.definitions_ahead().Wait();
-    std::string text;
-    return blocks[1].object->html_data->ToText(text) && IsParsedAhead(text);
-  };
-  EXPECT_TRUE(parsed_ahead());
-
-  // A double-click opens the object again; closing the wizard keeps it,
-  // and is no step to undo.
-  const std::string html = *blocks[1].object->html_source;
-  QUndoStack& stack = *window.undo_stack();
-  const int steps = stack.count();
-  qtui::Person closer;
-  closer.At("frmWizard", [](qtui::FormView& view) { view.close(); });
-  QTest::mouseDClick(window.view()->Row(1), Qt::LeftButton);
-  EXPECT_TRUE(closer.Done());
-  EXPECT_EQ(blocks[1].object->html_source, html);
-  EXPECT_EQ(stack.count(), steps);
-  EXPECT_TRUE(parsed_ahead());
-
-  // Reopened and finished with another address: one step, which undo takes
-  // back to the form as it was.
-  qtui::Person editor;
-  editor.At("frmWizard", [](qtui::FormView& view) {
-    qtui::Click(view, "cmdNav(2)");
-    qtui::Click(view, "cmdNav(2)");
-    auto* address = qtui::Get<QLineEdit>(view, "txtEmailAddr");
-    address->selectAll();
-    QTest::keyClicks(address, "orders@example.org");
-    qtui::Click(view, "cmdNav(4)");
-  });
-  window.EditObject();
-  EXPECT_TRUE(editor.Done());
-  const std::string edited = *blocks[1].object->html_source;
-  EXPECT_NE(edited.find("orders@example.org"), std::string::npos);
-  ASSERT_EQ(stack.count(), steps + 1);
-  EXPECT_EQ(stack.undoText(), "Edit Form");
-  EXPECT_TRUE(parsed_ahead());
-  stack.undo();
-  EXPECT_EQ(blocks[1].object->html_source, html);
-  EXPECT_TRUE(parsed_ahead());
-  stack.redo();
-  EXPECT_EQ(blocks[1].object->html_source, edited);
-  EXPECT_TRUE(window.errors.isEmpty());
-}
-
-// Acts on File ▸ Properties once its modal dialog is up, from the event
-// loop of its exec().
-void WhenPropertiesShown(QObject* context,
-                         std::function<void(PagePropertiesDialog&)> act) {
-  QTimer::singleShot(10, context, [context, act] {
-    auto* dialog =
-        qobject_cast<PagePropertiesDialog*>(QApplication::activeModalWidget());
-    if (dialog == nullptr) return WhenPropertiesShown(context, act);
-    act(*dialog);
-  });
-}
-
-TEST_F(EditorWindowTest, PropertiesSetTheTitleOnlyWhenAcceptedAndValid) {
-  OpenSample();
-  QPushButton* ok = nullptr;
-
-  // Cancel keeps the title, typed or not.
+  // A page without a title says so, and has nothing to change.
+  const QString plain = dir.filePath("plain.html");
+  std::ofstream(plain.toStdString())
+      << "<section>\n<h2>Contact</h2>\n</section>\n";
+  ASSERT_TRUE(window.OpenFile(plain)) << window.errors.join("\n").toStdString();
   WhenPropertiesShown(&window, [](PagePropertiesDialog& dialog) {
-    EXPECT_TRUE(dialog.isModal());
-    EXPECT_EQ(dialog.Title(), "Page");
-    dialog.title_edit()->setText("Something else");
-    dialog.reject();
+    EXPECT_FALSE(dialog.title_edit()->isEnabled());
+    EXPECT_TRUE(dialog.problem()->text().contains("no <title>"));
+    EXPECT_EQ(dialog.buttons()->button(QDialogButtonBox::Ok), nullptr);
+    dialog.accept();
   });
   window.EditProperties();
-  EXPECT_EQ(window.page().title, "Page");
+  EXPECT_FALSE(window.undo_stack()->canUndo());
   EXPECT_FALSE(window.IsModified());
-
-  // OK is there only for a title with something to read.
-  const QString title = QString::fromUtf8("Ask <for> our caf\xC3\xA9 & more");
-  WhenPropertiesShown(&window, [&](PagePropertiesDialog& dialog) {
-    ok = dialog.buttons()->button(QDialogButtonBox::Ok);
-    dialog.title_edit()->clear();
-    EXPECT_FALSE(ok->isEnabled());
-    // Typed as far as QTest types; the rest pasted.
-    QTest::keyClicks(dialog.title_edit(), "Ask <for> our caf");
-    dialog.title_edit()->insert(title.mid(17));
-    EXPECT_EQ(dialog.Title(), title);
-    EXPECT_TRUE(ok->isEnabled());
-    QTest::mouseClick(ok, Qt::LeftButton);
-  });
-  window.EditProperties();
-  ASSERT_NE(ok, nullptr);
-  EXPECT_EQ(window.page().title, title.toStdString());
-  EXPECT_TRUE(window.IsModified());
 }
 
 // What undo must give back: the page as it would be saved, and its
@@ -390,18 +278,36 @@ QPoint BelowLastRow(PageView& view) {
   return {10, view.Row(view.BlockCount() - 1)->geometry().bottom() + 2};
 }
 
-TEST_F(EditorUndoTest, EachStepHasItsNameAndUndoGivesBackEachPage) {
-  OpenSample(true);
+TEST_F(EditorWindowTest, EachStepHasItsNameAndUndoGivesBackEachPage) {
+  OpenSample();
   PageView& view = *window.view();
   QUndoStack& stack = *window.undo_stack();
-  const auto title_to = [&](const QString& title) {
-    WhenPropertiesShown(&window, [title](PagePropertiesDialog& dialog) {
-      dialog.title_edit()->setText(title);
-      dialog.accept();
-    });
+  // File ▸ Properties, the window active again after it, as for a person.
+  const auto properties = [&](std::function<void(PagePropertiesDialog&)> act) {
+    WhenPropertiesShown(&window, act);
     window.EditProperties();
-    // The window is active again once the dialog has gone, as for a person.
     ShowActive(window);
+  };
+  std::vector<std::string> pages = {Snapshot(window.page())};
+  // Cancel keeps the title, typed or not: no step.
+  properties([](PagePropertiesDialog& dialog) {
+    EXPECT_TRUE(dialog.isModal());
+    EXPECT_EQ(dialog.Title(), "Page");
+    dialog.title_edit()->setText("Something else");
+    dialog.reject();
+  });
+  EXPECT_TRUE(Snapshot(window.page()) == pages[0]);
+  // OK is there only for a title with something to read.
+  const QString title = QString::fromUtf8("Ask <for> our caf\xC3\xA9 & more");
+  const auto retitle = [&](PagePropertiesDialog& dialog) {
+    QPushButton* ok = dialog.buttons()->button(QDialogButtonBox::Ok);
+    dialog.title_edit()->clear();
+    EXPECT_FALSE(ok->isEnabled());
+    // Typed as far as QTest types; the rest pasted.
+    QTest::keyClicks(dialog.title_edit(), "Ask <for> our caf");
+    dialog.title_edit()->insert(title.mid(17));
+    EXPECT_TRUE(ok->isEnabled());
+    QTest::mouseClick(ok, Qt::LeftButton);
   };
   struct Step {
     const char* name;
@@ -424,9 +330,8 @@ TEST_F(EditorUndoTest, EachStepHasItsNameAndUndoGivesBackEachPage) {
          view.FocusBlock(1);
          Press(window, QKeyCombination(Qt::Key_Delete));
        }},
-      {"Change Title", [&] { title_to("Opening hours"); }},
+      {"Change Title", [&] { properties(retitle); }},
   };
-  std::vector<std::string> pages = {Snapshot(window.page())};
   for (size_t i = 0; i < steps.size(); ++i) {
     SCOPED_TRACE(steps[i].name);
     steps[i].act();
@@ -441,9 +346,10 @@ TEST_F(EditorUndoTest, EachStepHasItsNameAndUndoGivesBackEachPage) {
   EXPECT_EQ(blocks[0].text, "new");
   EXPECT_EQ(blocks[2].text, "Before the form");
   EXPECT_TRUE(window.page().document->objects.empty());
+  EXPECT_EQ(window.page().title, title.toStdString());
   // Neither a drop on the row's own place nor a title as it is makes a step.
   DropRow(view, 1, view.Row(1)->geometry().center());
-  title_to("Opening hours");
+  properties(retitle);
   EXPECT_EQ(stack.count(), static_cast<int>(steps.size()));
 
   QAction* undo =
@@ -474,6 +380,45 @@ TEST_F(EditorUndoTest, EachStepHasItsNameAndUndoGivesBackEachPage) {
   // The outline follows: the rows are those of the page.
   ASSERT_EQ(view.BlockCount(), 3u);
   EXPECT_EQ(ParagraphText(view, 0), "new");
+
+  // Keys merge within one paragraph only, and not across the saved state.
+  const int base = stack.count();
+  struct Typing {
+    size_t block;
+    QString keys;
+    int steps_after;
+  };
+  const std::vector<Typing> typings = {
+      {0, "ab", 1},
+      {2, "cd", 2},
+      // The same paragraph as the first, but after another: a new step.
+      {0, "ef", 3},
+      {0, "gh", 3},
+      // A key typed and taken back is no step at all.
+      {2, "x\b", 3},
+  };
+  for (const Typing& typing : typings) {
+    SCOPED_TRACE(typing.keys.toStdString());
+    view.FocusBlock(typing.block);
+    auto* edit = view.Row(typing.block)->findChild<QLineEdit*>();
+    edit->end(false);
+    QTest::keyClicks(edit, typing.keys);
+    EXPECT_EQ(stack.count(), base + typing.steps_after);
+  }
+  EXPECT_EQ(window.page().blocks[0].text, "newabefgh");
+  stack.undo();
+  EXPECT_EQ(window.page().blocks[0].text, "newab");
+  EXPECT_EQ(ParagraphText(view, 0), "newab");
+  // The saved state is a border: typing after it is a step of its own, and
+  // undoing that is the saved page again.
+  stack.redo();
+  ASSERT_TRUE(window.Save());
+  view.FocusBlock(0);
+  QTest::keyClicks(view.Row(0)->findChild<QLineEdit*>(), "i");
+  EXPECT_EQ(stack.count(), base + 4);
+  EXPECT_TRUE(window.IsModified());
+  stack.undo();
+  EXPECT_FALSE(window.IsModified());
 }
 
 // Someone else's page, with what such pages hold around their blocks: a
@@ -487,43 +432,88 @@ const std::string kForeignPage =
     "<p>Ouvert <b>tous</b> les jours.</p>\r\n"
     "<div class=\"map\">Plan d'acc\xC3\xA8s</div>\r\n</body>\r\n</html>\r\n";
 
-TEST_F(EditorUndoTest, AForeignPageComesBackByteForByteOnceAllIsUndone) {
+// Drives the wizard: opened on the last step (an edit) it goes back to the
+// address first; Finish with `address`.
+void FinishWithAddress(qtui::Person& person, bool reopened,
+                       const char* address) {
+  person.At("frmWizard", [=](qtui::FormView& wizard) {
+    const char* moves[] = {"optForm(1)", "cmdNav(3)"};
+    if (reopened) moves[0] = moves[1] = "cmdNav(2)";
+    for (const char* move : moves) qtui::Click(wizard, move);
+    auto* box = qtui::Get<QLineEdit>(wizard, "txtEmailAddr");
+    box->selectAll();
+    QTest::keyClicks(box, address);
+    qtui::Click(wizard, "cmdNav(4)");
+  });
+}
+
+TEST_F(EditorWindowTest, AForeignPageComesBackByteForByteOnceAllIsUndone) {
   std::ofstream(file.toStdString(), std::ios::binary) << kForeignPage;
   ShowActive(window);
   ASSERT_TRUE(window.OpenFile(file)) << window.errors.join("\n").toStdString();
   PageView& view = *window.view();
+  QUndoStack& stack = *window.undo_stack();
   const auto& blocks = window.page().blocks;
   ASSERT_EQ(blocks.size(), 3u);
-  // Each block of the page is a row of its own, named and never typed in.
-  const std::vector<std::pair<QString, QString>> rows = {
-      {"<h1>", "Bienvenue"},
-      {"<p>", "Ouvert tous les jours."},
-      {"<div>", QString::fromUtf8("Plan d'acc\xC3\xA8s")}};
-  for (size_t i = 0; i < rows.size(); ++i) {
+  // Each block of the page is a row of its own, summed up, never typed in.
+  for (size_t i = 0; i < blocks.size(); ++i) {
     ASSERT_TRUE(blocks[i].source.has_value());
-    EXPECT_EQ(view.Row(i)->findChild<QLabel*>("tag")->text(), rows[i].first);
-    EXPECT_EQ(view.Row(i)->findChild<QLabel*>("words")->text(), rows[i].second);
     EXPECT_EQ(view.Row(i)->findChild<QLineEdit*>(), nullptr);
   }
+  EXPECT_EQ(view.Row(1)->findChild<QLabel*>("tag")->text(), "<p>");
+  EXPECT_EQ(view.Row(1)->findChild<QLabel*>("words")->text(),
+            "Ouvert tous les jours.");
 
-  // A form after the heading, the wizard driven as a person drives it.
+  // The bundled form after the current block, with its picture.
   view.FocusBlock(0);
   qtui::Person person;
-  person.At("frmWizard", [](qtui::FormView& wizard) {
-    qtui::Click(wizard, "optForm(1)");
-    qtui::Click(wizard, "cmdNav(3)");
-    QTest::keyClicks(qtui::Get<QLineEdit>(wizard, "txtEmailAddr"),
-                     "port@example.org");
-    qtui::Click(wizard, "cmdNav(4)");
-  });
+  FinishWithAddress(person, false, "port@example.org");
   window.InsertOrb(kOrbs / "form" / "form.qlo");
   ASSERT_TRUE(person.Done());
-  ShowActive(window);
   ASSERT_EQ(blocks.size(), 4u);
   const std::shared_ptr<host::PageObject> form = blocks[1].object;
   ASSERT_NE(form, nullptr);
-  const ObjectState defined = ObjectState::Of(*form);
+  EXPECT_EQ(form->display_name, "Form");
+  EXPECT_EQ(form->html_picture, ReadBytes(kOrbs / "form" / "form.png"));
+  EXPECT_EQ(view.Current(), 1u);
+  EXPECT_EQ(stack.undoText(), "Insert Form");
+  // After each change the stored definition is parsed ahead again, so that
+  // the next open finds it ready.
+  const auto parsed_ahead = [&] {
+    window.definitions_ahead().Wait();
+    std::string text;
+    return form->html_data->ToText(text) && IsParsedAhead(text);
+  };
+  EXPECT_TRUE(parsed_ahead());
+
+  // A double-click opens it again; closing the wizard is no step.
+  const std::string inserted = *form->html_source;
+  const int steps = stack.count();
+  qtui::Person closer;
+  closer.At("frmWizard", [](qtui::FormView& wizard) { wizard.close(); });
+  QTest::mouseDClick(view.Row(1), Qt::LeftButton);
+  EXPECT_TRUE(closer.Done());
+  EXPECT_EQ(form->html_source, inserted);
+  EXPECT_EQ(stack.count(), steps);
+  EXPECT_TRUE(parsed_ahead());
+  // Finished with another address: one step, undone and redone.
+  qtui::Person editor;
+  FinishWithAddress(editor, true, "orders@example.org");
+  window.EditObject();
+  EXPECT_TRUE(editor.Done());
+  const std::string changed = *form->html_source;
+  EXPECT_NE(changed.find("orders@example.org"), std::string::npos);
+  ASSERT_EQ(stack.count(), steps + 1);
+  EXPECT_EQ(stack.undoText(), "Edit Form");
+  stack.undo();
+  EXPECT_EQ(form->html_source, inserted);
+  EXPECT_TRUE(parsed_ahead());
+  stack.redo();
+  EXPECT_EQ(form->html_source, changed);
+  ShowActive(window);
+
   // A paragraph after it; the map moved up above the opening hours.
+  const ObjectState defined = ObjectState::Of(*form);
   window.InsertParagraph();
   QTest::keyClicks(view.Row(2)->findChild<QLineEdit*>(), "Appelez-nous");
   view.FocusBlock(4);
@@ -532,7 +522,6 @@ TEST_F(EditorUndoTest, AForeignPageComesBackByteForByteOnceAllIsUndone) {
   EXPECT_EQ(blocks[2].text, "Appelez-nous");
   EXPECT_EQ(view.Row(3)->findChild<QLabel*>("tag")->text(), "<div>");
   const std::string edited = host::WritePage(window.page());
-  EXPECT_NE(edited.find("port@example.org"), std::string::npos);
   EXPECT_NE(edited.find("<script>var opened = 9;</script>\r\n"),
             std::string::npos);
 
@@ -561,72 +550,14 @@ TEST_F(EditorUndoTest, AForeignPageComesBackByteForByteOnceAllIsUndone) {
   window.EditProperties();
   ShowActive(window);
   EXPECT_EQ(window.page().title, "Contact");
-  EXPECT_EQ(window.undo_stack()->undoText(), "Change Title");
 
   // Everything undone: the page is as it was opened, and saves as the very
   // same bytes.
-  while (window.undo_stack()->canUndo()) Press(window, Qt::CTRL | Qt::Key_Z);
+  while (stack.canUndo()) Press(window, Qt::CTRL | Qt::Key_Z);
   EXPECT_FALSE(window.IsModified());
   ASSERT_TRUE(window.Save());
   EXPECT_EQ(ReadText(file.toStdString()), kForeignPage);
-}
-
-TEST_F(EditorWindowTest, APageWithoutTitleSaysSoInItsProperties) {
-  std::ofstream(file.toStdString(), std::ios::binary)
-      << "<section>\n<h2>Contact</h2>\n</section>\n";
-  window.show();
-  ASSERT_TRUE(window.OpenFile(file)) << window.errors.join("\n").toStdString();
-  WhenPropertiesShown(&window, [](PagePropertiesDialog& dialog) {
-    EXPECT_FALSE(dialog.title_edit()->isEnabled());
-    EXPECT_TRUE(dialog.problem()->text().contains("no <title>"));
-    EXPECT_EQ(dialog.buttons()->button(QDialogButtonBox::Ok), nullptr);
-    dialog.accept();
-  });
-  window.EditProperties();
-  EXPECT_FALSE(window.undo_stack()->canUndo());
-  EXPECT_FALSE(window.IsModified());
-}
-
-TEST_F(EditorUndoTest, KeysMergeWithinOneParagraphOnly) {
-  OpenSample(true);
-  PageView& view = *window.view();
-  QUndoStack& stack = *window.undo_stack();
-  struct Typing {
-    size_t block;
-    QString keys;
-    int steps_after;
-  };
-  const std::vector<Typing> typings = {
-      {0, "ab", 1},
-      {2, "cd", 2},
-      // The same paragraph as the first, but after another: a new step.
-      {0, "ef", 3},
-      {0, "gh", 3},
-      // A key typed and taken back is no step at all.
-      {2, "x\b", 3},
-  };
-  for (const Typing& typing : typings) {
-    SCOPED_TRACE(typing.keys.toStdString());
-    view.FocusBlock(typing.block);
-    auto* edit = view.Row(typing.block)->findChild<QLineEdit*>();
-    edit->end(false);
-    QTest::keyClicks(edit, typing.keys);
-    EXPECT_EQ(stack.count(), typing.steps_after);
-  }
-  EXPECT_EQ(window.page().blocks[0].text, "Before the formabefgh");
-  stack.undo();
-  EXPECT_EQ(window.page().blocks[0].text, "Before the formab");
-  EXPECT_EQ(ParagraphText(view, 0), "Before the formab");
-  // The saved state is a border: typing after it is a step of its own, and
-  // undoing that is the saved page again.
-  stack.redo();
-  ASSERT_TRUE(window.Save());
-  view.FocusBlock(0);
-  QTest::keyClicks(view.Row(0)->findChild<QLineEdit*>(), "i");
-  EXPECT_EQ(stack.count(), 4);
-  EXPECT_TRUE(window.IsModified());
-  stack.undo();
-  EXPECT_FALSE(window.IsModified());
+  EXPECT_TRUE(window.errors.isEmpty());
 }
 
 TEST(EditorFilesTest, RecentFilesKeepTheLastEightAndDropVanishedOnes) {
@@ -651,12 +582,10 @@ TEST(EditorFilesTest, RecentFilesKeepTheLastEightAndDropVanishedOnes) {
   const QStringList expected = {files[5], files[9], files[8], files[7],
                                 files[6], files[4], files[3], files[2]};
   EXPECT_EQ(window.RecentFiles(), expected);
-  auto* menu = window.findChild<QMenu*>();
   QMenu* recent = nullptr;
   for (QMenu* candidate : window.findChildren<QMenu*>()) {
     if (candidate->title() == "Open &Recent") recent = candidate;
   }
-  ASSERT_NE(menu, nullptr);
   ASSERT_NE(recent, nullptr);
   ASSERT_EQ(recent->actions().size(), EditorWindow::kRecentFileCount);
 
@@ -706,12 +635,7 @@ TEST(EditorFilesTest, APathThatIsNotThereStartsANewPageSavedThere) {
     QTest::keyClicks(window.view()->Row(0)->findChild<QLineEdit*>(), "Hello");
     ASSERT_TRUE(window.Save());
     EXPECT_EQ(window.save_paths_asked, 0);
-    host::Page saved;
-    std::string error;
-    ASSERT_TRUE(host::ReadPage(ReadText(fresh.toStdString()), saved, error))
-        << error;
-    ASSERT_EQ(saved.blocks.size(), 1u);
-    EXPECT_EQ(saved.blocks[0].text, "Hello");
+    EXPECT_NE(ReadText(fresh.toStdString()).find("Hello"), std::string::npos);
   }
 }
 

@@ -29,6 +29,11 @@ namespace {
 
 constexpr int kWaitMs = 20000;
 
+// Whether `done` comes true within kWaitMs, the event loop turning.
+bool Soon(const std::function<bool()>& done) {
+  return QTest::qWaitFor(done, kWaitMs);
+}
+
 // Runs script in the editor's world and gives its result, waiting at most
 // kWaitMs.
 QVariant Script(PageWebView& view, const QString& code) {
@@ -39,15 +44,14 @@ QVariant Script(PageWebView& view, const QString& code) {
                                          result = value;
                                          done = true;
                                        });
-  EXPECT_TRUE(QTest::qWaitFor([&] { return done; }, kWaitMs))
-      << qPrintable(code);
+  EXPECT_TRUE(Soon([&] { return done; })) << qPrintable(code);
   return result;
 }
 
 void ShowAndWait(PageWebView& view, const host::Page& page,
                  std::optional<size_t> current) {
   view.ShowPage(page, current);
-  ASSERT_TRUE(QTest::qWaitFor([&] { return view.IsReady(); }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return view.IsReady(); }));
 }
 
 // The middle of a block, where the view's widget takes a click.
@@ -132,66 +136,21 @@ TEST_F(PageWebViewTest, ShowsTheFormAndMapsClicksAndKeysToBlocks) {
   QSignalSpy deleting(&view, &PageWebView::DeleteRequested);
 
   QTest::mouseClick(Input(view), Qt::LeftButton, {}, Middle(view, 2));
-  ASSERT_TRUE(QTest::qWaitFor([&] { return selected.count() == 1; }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return selected.count() == 1; }));
   EXPECT_EQ(selected.at(0).at(0).value<size_t>(), 2u);
   EXPECT_EQ(view.Current(), std::optional<size_t>(2));
 
   // A paragraph is not reopened; a form is, by double-click or Enter.
   DoubleClick(view, Middle(view, 0));
   DoubleClick(view, Middle(view, 1));
-  ASSERT_TRUE(QTest::qWaitFor([&] { return activated.count() == 1; }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return activated.count() == 1; }));
   EXPECT_EQ(activated.at(0).at(0).value<size_t>(), 1u);
   QTest::keyClick(Input(view), Qt::Key_Return);
-  ASSERT_TRUE(QTest::qWaitFor([&] { return activated.count() == 2; }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return activated.count() == 2; }));
   EXPECT_EQ(activated.at(1).at(0).value<size_t>(), 1u);
   QTest::keyClick(Input(view), Qt::Key_Delete);
-  ASSERT_TRUE(QTest::qWaitFor([&] { return deleting.count() == 1; }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return deleting.count() == 1; }));
   EXPECT_EQ(deleting.at(0).at(0).value<size_t>(), 1u);
-}
-
-// Someone else's page, read as the editor reads it: its stylesheet beside
-// the file applies, its scripts do not run, its blocks are the top-level
-// elements of its body, and a form inserted among them is one more block.
-TEST_F(PageWebViewTest,
-       ShowsSomeoneElsesPageWithItsStylesheetAndWithoutItsScripts) {
-  QTemporaryDir dir;
-  WriteFile(dir, "site.css", "h1 { color: rgb(1, 2, 3); }");
-  const std::string html =
-      "<!DOCTYPE html>\n<html><head><title>Shop</title>\n"
-      "<link rel=\"stylesheet\" href=\"site.css\">\n"
-      "<script>document.title = 'ran';</script>\n</head>\n<body>\n"
-      "<h1>Tools</h1>\n<!-- between -->\n<p>Open <b>daily</b></p>\n"
-      "<div class=\"map\">Map</div>\n</body>\n</html>\n";
-  host::Page page;
-  std::string error;
-  ASSERT_TRUE(host::ReadPage(html, page, error)) << error;
-  ASSERT_EQ(page.blocks.size(), 3u);
-  auto object = page.document->AddObject();
-  object->html_source = "<form><input name=\"mail\"></form>";
-  page.InsertBlock(1, {"", object});
-
-  view.SetBaseFolder(dir.path());
-  ShowAndWait(view, page, 2);
-  EXPECT_EQ(Script(view,
-                   "getComputedStyle(document.querySelector('h1'))"
-                   ".color")
-                .toString(),
-            "rgb(1, 2, 3)");
-  EXPECT_EQ(Script(view, "document.title").toString(), "Shop");
-  EXPECT_EQ(Script(view, "formwizView.blockCount()").toInt(), 4);
-  EXPECT_EQ(Tags(view, "[data-formwiz-block]"), "H1,FORM,P,DIV");
-  EXPECT_EQ(Tags(view, "[data-formwiz-current]"), "P");
-
-  // The outline picks another block: outlined here, nothing rendered anew.
-  view.SetCurrent(3);
-  EXPECT_TRUE(QTest::qWaitFor(
-      [&] {
-        return Script(view,
-                      "document.querySelector('[data-formwiz-current]')"
-                      ".className")
-                   .toString() == "map";
-      },
-      kWaitMs));
 }
 
 // A page of many paragraphs with a form in the middle that holds a link.
@@ -235,7 +194,7 @@ TEST_F(PageWebViewTest, NothingLeavesThePage) {
   QSignalSpy selected(&view, &PageWebView::BlockSelected);
   ClickElement(view, "button");
   ClickElement(view, "#away");
-  ASSERT_TRUE(QTest::qWaitFor([&] { return selected.count() == 2; }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return selected.count() == 2; }));
   EXPECT_EQ(selected.at(0).at(0).value<size_t>(), 40u);
   // A navigation, had one started, would have been under way by now.
   QTest::qWait(500);
@@ -263,8 +222,7 @@ TEST_F(PageWebViewTest, AnEditKeepsTheBlockAtTheTopBelowFormsNotLaidOut) {
          "f => f.style.contentVisibility = 'visible')");
   Script(view,
          QString("window.scrollBy(0, formwizView.rect(%1).y + 10)").arg(kTop));
-  ASSERT_TRUE(
-      QTest::qWaitFor([&] { return view.TopBlock() == kTop; }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return view.TopBlock() == kTop; }));
   const double before =
       Script(view, QString("formwizView.rect(%1).y").arg(kTop)).toDouble();
 
@@ -275,8 +233,7 @@ TEST_F(PageWebViewTest, AnEditKeepsTheBlockAtTheTopBelowFormsNotLaidOut) {
       Script(view, "document.body.innerText.includes('Edited at the top')")
           .toBool());
   // Where the forms above it were laid out, the block would be well off.
-  ASSERT_TRUE(
-      QTest::qWaitFor([&] { return view.TopBlock() == kTop; }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return view.TopBlock() == kTop; }));
   EXPECT_NEAR(
       Script(view, QString("formwizView.rect(%1).y").arg(kTop)).toDouble(),
       before, 1.0);
@@ -312,21 +269,34 @@ Reply Fetch(const QUrl& url, const QByteArray& post = {}) {
                       "application/x-www-form-urlencoded");
     reply = network.post(request, post);
   }
-  EXPECT_TRUE(QTest::qWaitFor([&] { return reply->isFinished(); }, kWaitMs));
+  EXPECT_TRUE(Soon([&] { return reply->isFinished(); }));
   Reply got{reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(),
             reply->readAll()};
   delete reply;
   return got;
 }
 
-TEST(PreviewServerTest, ServesThePageTakesItsFormAndStartsAgainWhenNeeded) {
-  // Someone else's page with the bundled form, put in as a person does on
-  // the command line, mailing sales@example.org.
+// Someone else's page with the bundled form, put in as a person does on the
+// command line (mailing sales@example.org), beside the files it loads.
+TEST(PreviewServerTest, ServesThePageAndItsFilesTakesItsFormStartsAgain) {
   QTemporaryDir dir;
-  const QString file =
-      WriteFile(dir, "contact.html",
-                "<!DOCTYPE html>\n<html><head><title>Contact</title></head>\n"
-                "<body>\n<h1>Write to us</h1>\n</body></html>\n");
+  ASSERT_TRUE(QDir(dir.path()).mkpath("site/style"));
+  WriteFile(dir, "secret.txt", "outside");
+  WriteFile(dir, "site/style/site.css", "p { color: red }");
+  WriteFile(dir, "site/logo big.png", "PNG");
+  WriteFile(dir, "site/private.txt", "private");
+  WriteFile(dir, "site/contact us.html", "the saved page");
+  ASSERT_TRUE(
+      QFile::link(dir.filePath("secret.txt"), dir.filePath("site/link.css")));
+  const QString file = WriteFile(
+      dir, "site/contact.html",
+      "<!DOCTYPE html>\n<html><head><title>Contact</title>\n"
+      "<link rel=stylesheet href=\"style/site.css?v=2\">"
+      "<link rel=stylesheet href=\"link.css\"></head>\n<body>\n"
+      "<h1>Write to us</h1>\n<p><img src=\"logo%20big.png\" alt=\"\">"
+      "<img src=\"../secret.txt\" alt=\"\"><img src=\"/private.txt\" "
+      "alt=\"\"><a href=\"private.txt\">p</a></p>\n"
+      "<iframe src=\"contact%20us.html\"></iframe>\n</body></html>\n");
   ASSERT_EQ(Formwiz({"page", "insert", file, "--script",
                      FORMWIZ_SOURCE_DIR "/examples/new-form.json"}),
             0);
@@ -336,74 +306,18 @@ TEST(PreviewServerTest, ServesThePageTakesItsFormAndStartsAgainWhenNeeded) {
 
   PreviewServer server(FORMWIZ_BIN);
   QString error;
-  const auto url = server.Publish("contact us.html", html, error);
+  const QString folder = dir.filePath("site");
+  const auto url = server.Publish("contact us.html", html, error, folder);
   ASSERT_TRUE(url) << error.toStdString();
   EXPECT_EQ(url->host(), "127.0.0.1");
-  const Reply page = Fetch(*url);
-  EXPECT_EQ(page.status, 200);
-  EXPECT_EQ(page.body, html);
-  // The form is sent as a browser sends it, and kept.
-  const Reply sent =
-      Fetch(url->resolved(QUrl("/cgi-bin/formmail")),
-            "qln_EmailTo=sales%40example.org&FullName=Ann&Email=ann%40"
-            "example.org&Request=A+catalog");
-  EXPECT_EQ(sent.status, 200) << sent.body.toStdString();
-  EXPECT_TRUE(sent.body.contains("\"id\"")) << sent.body.toStdString();
-
-  // The same page again: the same server. A server that died is started
-  // again; so is one whose page changed (it reads the page's recipients
-  // when it starts).
-  const qint64 first = server.ProcessId();
-  EXPECT_EQ(server.Publish("contact us.html", html, error), url);
-  EXPECT_EQ(server.ProcessId(), first);
-  ::kill(pid_t(first), SIGKILL);
-  ASSERT_TRUE(QTest::qWaitFor([&] { return !server.IsRunning(); }, kWaitMs));
-  const auto again = server.Publish("contact us.html", html, error);
-  ASSERT_TRUE(again) << error.toStdString();
-  EXPECT_EQ(Fetch(*again).body, html);
-  const qint64 second = server.ProcessId();
-  const auto changed =
-      server.Publish("contact us.html", html + "<!-- more -->", error);
-  ASSERT_TRUE(changed) << error.toStdString();
-  EXPECT_NE(server.ProcessId(), second);
-  EXPECT_EQ(Fetch(*changed).body, html + "<!-- more -->");
-  server.Stop();
-  EXPECT_FALSE(server.IsRunning());
-}
-
-// The files the page loads come along from beside its file, as they are
-// now, and nothing else of that folder does.
-TEST(PreviewServerTest, BringsTheFilesThePageLoadsAndNoOthers) {
-  QTemporaryDir dir;
-  ASSERT_TRUE(QDir(dir.path()).mkpath("site/style"));
-  WriteFile(dir, "secret.txt", "outside");
-  WriteFile(dir, "site/style/site.css", "p { color: red }");
-  WriteFile(dir, "site/logo big.png", "PNG");
-  WriteFile(dir, "site/private.txt", "private");
-  WriteFile(dir, "site/page.html", "the saved page");
-  ASSERT_TRUE(
-      QFile::link(dir.filePath("secret.txt"), dir.filePath("site/link.css")));
-  const QByteArray html =
-      "<!DOCTYPE html><title>t</title>"
-      "<link rel=stylesheet href=\"style/site.css?v=2\">"
-      "<link rel=stylesheet href=\"link.css\">"
-      "<img src=\"logo%20big.png\" alt=\"\"><img src=\"../secret.txt\" "
-      "alt=\"\">"
-      "<img src=\"/private.txt\" alt=\"\"><a href=\"private.txt\">p</a>"
-      "<iframe src=\"page.html\"></iframe>";
-  PreviewServer server(FORMWIZ_BIN);
-  QString error;
-  const QString folder = dir.filePath("site");
-  const auto url = server.Publish("page.html", html, error, folder);
-  ASSERT_TRUE(url) << error.toStdString();
   const struct {
     const char* path;
     const char* body;  // null: not served
   } cases[] = {
+      {"contact%20us.html", html.constData()},  // the edited page, not its file
       {"style/site.css", "p { color: red }"},
       {"logo%20big.png", "PNG"},
-      {"page.html", html.constData()},  // the edited page, not its file
-      {"link.css", nullptr},            // leads out of the folder
+      {"link.css", nullptr},  // leads out of the folder
       {"secret.txt", nullptr},
       {"private.txt", nullptr},  // only linked to, or named from the root
   };
@@ -415,13 +329,36 @@ TEST(PreviewServerTest, BringsTheFilesThePageLoadsAndNoOthers) {
       EXPECT_EQ(reply.body, c.body);
     }
   }
-  // An edited stylesheet shows at the next preview, on the same server.
-  const qint64 pid = server.ProcessId();
+  // The form is sent as a browser sends it, and kept.
+  const Reply sent =
+      Fetch(url->resolved(QUrl("/cgi-bin/formmail")),
+            "qln_EmailTo=sales%40example.org&FullName=Ann&Email=ann%40"
+            "example.org&Request=A+catalog");
+  EXPECT_EQ(sent.status, 200) << sent.body.toStdString();
+  EXPECT_TRUE(sent.body.contains("\"id\"")) << sent.body.toStdString();
+
+  // The same page again: the same server, with the files as they are now.
+  // A server that died is started again; so is one whose page changed (it
+  // reads the page's recipients when it starts).
+  const qint64 first = server.ProcessId();
   WriteFile(dir, "site/style/site.css", "p { color: blue }");
-  ASSERT_TRUE(server.Publish("page.html", html, error, folder));
-  EXPECT_EQ(server.ProcessId(), pid);
+  EXPECT_EQ(server.Publish("contact us.html", html, error, folder), url);
+  EXPECT_EQ(server.ProcessId(), first);
   EXPECT_EQ(Fetch(url->resolved(QUrl("style/site.css"))).body,
             "p { color: blue }");
+  ::kill(pid_t(first), SIGKILL);
+  ASSERT_TRUE(Soon([&] { return !server.IsRunning(); }));
+  const auto again = server.Publish("contact us.html", html, error);
+  ASSERT_TRUE(again) << error.toStdString();
+  EXPECT_EQ(Fetch(*again).body, html);
+  const qint64 second = server.ProcessId();
+  const auto changed =
+      server.Publish("contact us.html", html + "<!-- more -->", error);
+  ASSERT_TRUE(changed) << error.toStdString();
+  EXPECT_NE(server.ProcessId(), second);
+  EXPECT_EQ(Fetch(*changed).body, html + "<!-- more -->");
+  server.Stop();
+  EXPECT_FALSE(server.IsRunning());
 }
 
 // The window says why there is no preview: here, with no formwiz program
@@ -451,64 +388,51 @@ TEST(PreviewServerTest, SaysWhyItCannotStart) {
   EXPECT_TRUE(error.contains("did not start")) << error.toStdString();
 }
 
-// In the window, the page and the outline show the same current block, and
+// Someone else's page in the window: its stylesheet beside the file
+// applies, its scripts do not run, its blocks are the top-level elements of
+// its body. The page and the outline show the same current block, and
 // Delete in the page deletes it as one step that can be undone.
-TEST(EditorWebViewTest, ThePageAndTheOutlineShareTheCurrentBlock) {
+TEST(EditorWebViewTest, ShowsTheFileAsItLooksAndSharesTheCurrentBlock) {
   QTemporaryDir dir;
+  WriteFile(dir, "site.css", "h1 { color: rgb(1, 2, 3); }");
   const QString file =
       WriteFile(dir, "page.html",
-                "<!DOCTYPE html>\n<html><head><title>T</title></head><body>\n"
-                "<h1>One</h1>\n<p>Two</p>\n<div id=\"three\">Three</div>\n"
-                "</body></html>\n");
+                "<!DOCTYPE html>\n<html><head><title>Shop</title>\n"
+                "<link rel=\"stylesheet\" href=\"site.css\">\n"
+                "<script>document.title = 'ran';</script>\n</head>\n<body>\n"
+                "<h1>Tools</h1>\n<!-- between -->\n<p>Open <b>daily</b></p>\n"
+                "<div id=\"three\">Map</div>\n</body>\n</html>\n");
   ErrorWindow window;
   window.resize(1000, 700);
   window.show();
   ASSERT_TRUE(window.OpenFile(file)) << window.errors.join("").toStdString();
   PageWebView& web = *window.web_view();
-  ASSERT_TRUE(QTest::qWaitFor([&] { return web.IsReady(); }, kWaitMs));
+  ASSERT_TRUE(Soon([&] { return web.IsReady(); }));
+  EXPECT_EQ(Script(web, "getComputedStyle(document.querySelector('h1')).color")
+                .toString(),
+            "rgb(1, 2, 3)");
+  EXPECT_EQ(Script(web, "document.title").toString(), "Shop");
+  EXPECT_EQ(Tags(web, "[data-formwiz-block]"), "H1,P,DIV");
 
   QTest::mouseClick(Input(web), Qt::LeftButton, {}, Middle(web, 1));
-  ASSERT_TRUE(QTest::qWaitFor(
-      [&] { return window.view()->Current() == std::optional<size_t>(1); },
-      kWaitMs));
+  ASSERT_TRUE(Soon([&] { return window.view()->Current() == 1u; }));
   window.view()->FocusBlock(2);
-  EXPECT_TRUE(QTest::qWaitFor(
-      [&] {
-        return Script(web,
-                      "document.querySelector('[data-formwiz-current]')"
-                      "?.id")
-                   .toString() == "three";
-      },
-      kWaitMs));
+  EXPECT_TRUE(Soon([&] {
+    return Script(web, "document.querySelector('[data-formwiz-current]')?.id")
+               .toString() == "three";
+  }));
 
   QTest::mouseClick(Input(web), Qt::LeftButton, {}, Middle(web, 0));
-  ASSERT_TRUE(QTest::qWaitFor(
-      [&] { return window.view()->Current() == std::optional<size_t>(0); },
-      kWaitMs));
+  ASSERT_TRUE(Soon([&] { return window.view()->Current() == 0u; }));
   QTest::keyClick(Input(web), Qt::Key_Delete);
-  ASSERT_TRUE(QTest::qWaitFor([&] { return window.page().blocks.size() == 2; },
-                              kWaitMs));
-  ASSERT_TRUE(QTest::qWaitFor(
-      [&] {
-        return web.IsReady() &&
-               Script(web, "document.querySelector('h1') === null").toBool();
-      },
-      kWaitMs));
+  ASSERT_TRUE(Soon([&] { return window.page().blocks.size() == 2; }));
+  ASSERT_TRUE(Soon([&] {
+    return web.IsReady() &&
+           Script(web, "document.querySelector('h1') === null").toBool();
+  }));
   window.undo_stack()->undo();
   EXPECT_EQ(window.page().blocks.size(), 3u);
 }
 
 }  // namespace
 }  // namespace formwiz::editor
-
-int main(int argc, char** argv) {
-  // The view's scheme is known to Qt WebEngine only when registered before
-  // the application starts.
-  formwiz::editor::PageWebView::RegisterScheme();
-  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-  }
-  QApplication app(argc, argv);
-  ::testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
-}
