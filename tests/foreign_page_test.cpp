@@ -280,6 +280,7 @@ TEST(ForeignPageTest, APageFileChangedSinceFormwizWroteItOpensAsAnHtmlPage) {
     const char* what;
     std::string bytes;
     const char* kinds;  // the blocks of <main>, as Kinds gives them
+    const char* said;   // what `changed` says; empty: nothing to say
   } kCases[] = {
       // The common hand edit: a stylesheet and a site header; the form is
       // intact and stays a form.
@@ -288,18 +289,20 @@ TEST(ForeignPageTest, APageFileChangedSinceFormwizWroteItOpensAsAnHtmlPage) {
                          "<link rel=\"stylesheet\" href=\"site.css\">\n"
                          "</head>"),
                 "<main>", "<header>Acme</header>\n<main>"),
-       "po"},
+       "po", ""},
       // Converted line ends change the form's bytes: it is kept as HTML.
-      {"CR LF", crlf, "ps"},
+      {"CR LF", crlf, "ps", "1 form is no longer readable"},
       // Cut short before the form's end marker: what is there is kept.
-      {"cut short", file.substr(0, file.find("<!--/formwiz-object-->")), "ps"},
+      {"cut short", file.substr(0, file.find("<!--/formwiz-object-->")), "ps",
+       "1 form is no longer readable"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);
     Page page;
     std::string error, changed;
     ASSERT_TRUE(ReadPage(c.bytes, page, error, &changed)) << error;
-    EXPECT_FALSE(changed.empty());
+    EXPECT_EQ(changed.empty(), *c.said == '\0') << changed;
+    EXPECT_NE(changed.find(c.said), std::string::npos) << changed;
     EXPECT_EQ(changed.find('\n'), std::string::npos);
     ASSERT_TRUE(page.frame);
     EXPECT_EQ(Kinds(page), c.kinds);

@@ -656,10 +656,9 @@ bool EditorWindow::AskOpenChanged(const QString& path, const QString& why) {
                       .arg(QDir::toNativeSeparators(path), why),
                   QMessageBox::Open | QMessageBox::Cancel, this);
   box.setInformativeText(
-      tr("It can be opened as an HTML page: its forms that are intact can "
-         "be edited again, and whatever else formwiz no longer recognizes "
-         "is kept as it stands. Saving writes the page back in its own "
-         "shape."));
+      tr("It can be opened as an HTML page: what formwiz cannot read is "
+         "kept as it stands, the forms it can read stay editable, and "
+         "saving writes the page back in its own shape."));
   box.setDefaultButton(QMessageBox::Open);
   return box.exec() == QMessageBox::Open;
 }

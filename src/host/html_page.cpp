@@ -705,6 +705,17 @@ class ForeignReader {
   std::vector<std::pair<size_t, size_t>> comments_;
 };
 
+// How many of the forms formwiz wrote in `text` (by their start markers)
+// did not read back as forms, of which `read` did.
+size_t LostForms(std::string_view text, size_t read) {
+  size_t markers = 0;
+  for (size_t at = text.find(page_format::kObjectStart); at != kNone;
+       at = text.find(page_format::kObjectStart, at + 1)) {
+    ++markers;
+  }
+  return markers > read ? markers - read : 0;
+}
+
 }  // namespace
 
 bool ReadPage(std::string_view text, Page& page, std::string& error,
@@ -742,10 +753,17 @@ bool ReadPage(std::string_view text, Page& page, std::string& error,
       return false;
     }
   }
-  if (changed != nullptr) *changed = page_file_error;
   std::vector<std::shared_ptr<PageObject>> objects;
   for (const PageBlock& block : reader->blocks_) {
     if (block.object) objects.push_back(block.object);
+  }
+  // Worth a word only when some of formwiz's forms no longer read as
+  // forms: otherwise nothing of the page is lost to the editor.
+  if (const size_t lost = LostForms(text, objects.size());
+      changed != nullptr && !page_file_error.empty() && lost > 0) {
+    *changed = page_file_error + "; " + std::to_string(lost) +
+               (lost == 1 ? " form is" : " forms are") +
+               " no longer readable as formwiz's and stay as HTML";
   }
   page.document->objects = std::move(objects);
   page.blocks = std::move(reader->blocks_);

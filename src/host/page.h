@@ -117,9 +117,10 @@ bool ReadPageFile(std::string_view text, Page& page, std::string& error,
 //
 // A file with the page file's generator line that the page file's reader
 // refuses (edited by hand, its line ends converted, cut short) is read as
-// any other page; `changed`, when given, receives the page file reader's
-// reason then, and is emptied otherwise, so that the person can be told
-// before working on it.
+// any other page. When some of the forms formwiz wrote in it no longer
+// read as forms, `changed`, when given, receives the page file reader's
+// reason and how many, so that the person can be told before working on
+// it; otherwise it is emptied.
 bool ReadPage(std::string_view text, Page& page, std::string& error,
               std::string* changed = nullptr);
 // Writes a page back: a page file, or for a page with a frame the frame
