@@ -325,14 +325,8 @@ std::string Unreadable(std::string_view text) {
 // A foreign page read into its parts, before any of it goes to the page.
 class ForeignReader {
  public:
-  // `page_file_head` lets a head with the page file's generator line be
-  // read like any other; without it, Read stops there (page_file_ is set)
-  // for the page file's own reader to say what became of the file.
-  ForeignReader(std::string_view text, std::weak_ptr<PageDocument> document,
-                bool page_file_head = false)
-      : text_(text),
-        document_(std::move(document)),
-        page_file_head_(page_file_head) {}
+  ForeignReader(std::string_view text, std::weak_ptr<PageDocument> document)
+      : text_(text), document_(std::move(document)) {}
 
   bool Read(std::string& error) {
     if (error = Unreadable(text_); !error.empty()) return false;
@@ -356,12 +350,7 @@ class ForeignReader {
       error = "has no <body> (a frameset page): forms go into a page's body";
       return false;
     }
-    if (!page_file_head_ && IsPageFileHead(head)) {
-      // A page file whose bytes were changed (its line ends converted, say)
-      // is a damaged page file, and the page file's reader says where.
-      page_file_ = true;
-      return false;
-    }
+    page_file_ = IsPageFileHead(head);
     if (error = WrongEncoding(head); !error.empty()) return false;
     if (!HasElement(parse.output(), {root, head, body})) {
       error = "not an HTML page: there is no HTML element in it";
@@ -369,8 +358,7 @@ class ForeignReader {
     }
     const GumboNode* container = body;
     size_t body_end = BodyEnd(root, body);
-    if (const GumboNode* main =
-            page_file_head_ ? PageFileMain(body) : nullptr) {
+    if (const GumboNode* main = page_file_ ? PageFileMain(body) : nullptr) {
       container = main;
       // A file cut short has no </main>: its blocks run to the end.
       if (main->v.element.original_end_tag.length > 0) {
@@ -404,7 +392,7 @@ class ForeignReader {
   std::vector<PageBlock> blocks_;
   ForeignFrame frame_;
   std::string title_;
-  // Set when Read found a page file's generator line.
+  // Whether the head has a page file's generator line: the file was one.
   bool page_file_ = false;
 
  private:
@@ -700,7 +688,6 @@ class ForeignReader {
   std::string_view text_;
   std::string_view html_;
   std::weak_ptr<PageDocument> document_;
-  bool page_file_head_;
   // The comments among the body's top-level nodes: start and end.
   std::vector<std::pair<size_t, size_t>> comments_;
 };
@@ -729,46 +716,38 @@ bool ReadPage(std::string_view text, Page& page, std::string& error,
   // A page file that is no longer one (a stylesheet linked by hand, its
   // line ends converted, cut short) is read as the HTML page it now is:
   // what the page file's reader cannot take is kept as bytes, its intact
-  // forms stay forms, and `changed` gets the page file reader's reason.
+  // forms stay forms.
   std::string page_file_error;
-  bool page_file = page_format::IsPageFile(text);
-  if (page_file) {
-    if (ReadPageFile(text, page, error)) return true;
-    page_file_error = error;
-  }
+  const bool page_file = page_format::IsPageFile(text);
+  if (page_file && ReadPageFile(text, page, page_file_error)) return true;
   if (!page.document) page.document = std::make_shared<PageDocument>();
-  std::optional<ForeignReader> reader(std::in_place, text, page.document,
-                                      page_file);
-  if (!reader->Read(error)) {
-    if (!reader->page_file_) {
-      // The page file's reader knows best what became of a page file.
-      if (page_file) error = page_file_error;
-      return false;
-    }
-    // The generator line, though not where a page file has it.
-    if (ReadPageFile(text, page, page_file_error)) return true;
-    reader.emplace(text, page.document, true);
-    if (!reader->Read(error)) {
-      error = page_file_error;
-      return false;
-    }
+  ForeignReader reader(text, page.document);
+  if (!reader.Read(error)) {
+    // The page file's reader knows best what became of a page file.
+    if (page_file) error = page_file_error;
+    return false;
   }
   std::vector<std::shared_ptr<PageObject>> objects;
-  for (const PageBlock& block : reader->blocks_) {
+  for (const PageBlock& block : reader.blocks_) {
     if (block.object) objects.push_back(block.object);
   }
   // Worth a word only when some of formwiz's forms no longer read as
   // forms: otherwise nothing of the page is lost to the editor.
-  if (const size_t lost = LostForms(text, objects.size());
-      changed != nullptr && !page_file_error.empty() && lost > 0) {
+  const size_t lost = changed != nullptr && reader.page_file_
+                          ? LostForms(text, objects.size())
+                          : 0;
+  if (lost > 0) {
+    // A generator line elsewhere than a page file's: its reader refuses
+    // the file all the same, and says why.
+    if (Page scratch; !page_file) ReadPageFile(text, scratch, page_file_error);
     *changed = page_file_error + "; " + std::to_string(lost) +
                (lost == 1 ? " form is" : " forms are") +
                " no longer readable as formwiz's and stay as HTML";
   }
   page.document->objects = std::move(objects);
-  page.blocks = std::move(reader->blocks_);
-  page.title = std::move(reader->title_);
-  page.frame = std::move(reader->frame_);
+  page.blocks = std::move(reader.blocks_);
+  page.title = std::move(reader.title_);
+  page.frame = std::move(reader.frame_);
   return true;
 }
 
