@@ -56,18 +56,15 @@ std::vector<std::string> PageReferences(std::string_view html) {
   while (!pending.empty()) {
     const GumboNode* node = pending.back();
     pending.pop_back();
-    const GumboVector* children = nullptr;
-    if (node->type == GUMBO_NODE_ELEMENT) {
-      const GumboElement& element = node->v.element;
-      if (const char* name = LoadedAttribute(element.tag)) {
-        Keep(found, element, name);
-      }
-      if (element.tag == GUMBO_TAG_VIDEO) Keep(found, element, "poster");
-      children = &element.children;
+    if (node->type != GUMBO_NODE_ELEMENT) continue;
+    const GumboElement& element = node->v.element;
+    if (const char* name = LoadedAttribute(element.tag)) {
+      Keep(found, element, name);
     }
-    if (children == nullptr) continue;
-    for (unsigned i = children->length; i-- > 0;) {
-      pending.push_back(static_cast<const GumboNode*>(children->data[i]));
+    if (element.tag == GUMBO_TAG_VIDEO) Keep(found, element, "poster");
+    for (unsigned i = element.children.length; i-- > 0;) {
+      pending.push_back(
+          static_cast<const GumboNode*>(element.children.data[i]));
     }
   }
   return found;
